@@ -1,0 +1,31 @@
+/* MD5 (RFC 1321), for the digests of RPC accounts. */
+#ifndef HYPLATFORM_UTL_MD5_H
+#define HYPLATFORM_UTL_MD5_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* A digest in the making. Its owner puts it where he likes; nothing needs to be freed. */
+typedef struct {
+    uint64_t opaque[16];
+} utl_md5_ctx_t;
+
+__attribute__((visibility("default"))) void utl_md5_init(utl_md5_ctx_t* ctx);
+
+/* Adds data[0..len-1]; may be called any number of times, also with len 0. */
+__attribute__((visibility("default"))) void utl_md5_update(utl_md5_ctx_t* ctx, const void* data,
+                                                           size_t len);
+
+/* Writes the digest's 16 bytes. The context must be initialised again before its next use. */
+__attribute__((visibility("default"))) void utl_md5_final(utl_md5_ctx_t* ctx,
+                                                          unsigned char digest[16]);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
