@@ -17,7 +17,14 @@
 extern "C" {
 #endif
 
-enum { HLOG_LEVEL_ERR, HLOG_LEVEL_WARN, HLOG_LEVEL_INFO, HLOG_LEVEL_TRACE, HLOG_LEVEL_DEBUG, HLOG_LEVEL_ALL };
+enum {
+    HLOG_LEVEL_ERR,
+    HLOG_LEVEL_WARN,
+    HLOG_LEVEL_INFO,
+    HLOG_LEVEL_TRACE,
+    HLOG_LEVEL_DEBUG,
+    HLOG_LEVEL_ALL
+};
 
 /* Settings of the logger. */
 typedef struct {
@@ -29,8 +36,8 @@ typedef struct {
     int32_t max_files;     /* how many log files are kept in `dir`, default 5 */
 } hlogParam_t;
 
-/* Gets one record (zero-terminated, `len` characters, at most 2047) in place of the console. Runs on the
-   logging thread with the logger's lock held: it must not log. */
+/* Gets one record (zero-terminated, `len` characters, at most 2047) in place of the console. Runs
+   on the logging thread with the logger's lock held: it must not log. */
 typedef void (*hlogCallback)(const char* text, int32_t len);
 
 /*

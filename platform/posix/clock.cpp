@@ -22,4 +22,6 @@ struct tm* arch_localtime_r(const time_t* seconds, struct tm* out) {
     return localtime_r(seconds, out);
 }
 
-struct tm* arch_gmtime_r(const time_t* seconds, struct tm* out) { return gmtime_r(seconds, out); }
+struct tm* arch_gmtime_r(const time_t* seconds, struct tm* out) {
+    return gmtime_r(seconds, out);
+}

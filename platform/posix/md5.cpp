@@ -2,7 +2,8 @@
 
 #include "hyplatform/utl_md5.h"
 
-static_assert(sizeof(MD5_CTX) <= sizeof(utl_md5_ctx_t) && alignof(MD5_CTX) <= alignof(utl_md5_ctx_t),
+static_assert(sizeof(MD5_CTX) <= sizeof(utl_md5_ctx_t) &&
+                  alignof(MD5_CTX) <= alignof(utl_md5_ctx_t),
               "the public record must hold libmd's context");
 
 static MD5_CTX* Inner(utl_md5_ctx_t* ctx) { return reinterpret_cast<MD5_CTX*>(ctx); }

@@ -3,11 +3,12 @@
  *
  * libhyplatform.so is the implementation for Linux. A device maker may put another one in its place
  * (CMake: -DHYBASE_PLATFORM=<target>); hybase itself calls nothing but what stands here.
- * A program that defines one of these functions itself takes it over, hybase's calls included; tests
- * use that to hold the clock in their hands.
+ * A program that defines one of these functions itself takes it over, hybase's calls included;
+ * tests use that to hold the clock in their hands.
  *
- * Results: handles are pointers, null on failure; functions with an int result give 0 for success and
- * -1 (or a negative errno value where said so) for failure. Every function may be called by any thread.
+ * Results: handles are pointers, null on failure; functions with an int result give 0 for success
+ * and -1 (or a negative errno value where said so) for failure. Every function may be called by any
+ * thread.
  */
 #ifndef HYPLATFORM_ARCH_H
 #define HYPLATFORM_ARCH_H
@@ -43,8 +44,8 @@ typedef struct arch_thread_s* arch_thread_t;
 
 /*
  * Runs entry(arg) on a new thread. `name` is what ps and a debugger show: its first 15 characters
- * (a null name stands for the empty one). The handle must be given to arch_thread_join exactly once.
- * Null when the thread cannot be had; entry is then never called.
+ * (a null name stands for the empty one). The handle must be given to arch_thread_join exactly
+ * once. Null when the thread cannot be had; entry is then never called.
  */
 HYPLATFORM_API arch_thread_t arch_thread_create(const char* name, void* (*entry)(void*), void* arg);
 
@@ -56,8 +57,8 @@ HYPLATFORM_API arch_thread_t arch_thread_create_detached(const char* name, void*
                                                          void* arg);
 
 /*
- * Waits until the thread has ended, stores its exit value in *retval unless `retval` is null, and frees
- * the handle. -1 for a null handle.
+ * Waits until the thread has ended, stores its exit value in *retval unless `retval` is null, and
+ * frees the handle. -1 for a null handle.
  */
 HYPLATFORM_API int arch_thread_join(arch_thread_t thread, void** retval);
 
@@ -81,8 +82,8 @@ HYPLATFORM_API struct tm* arch_gmtime_r(const time_t* seconds, struct tm* out);
 
 /* ---- Random bytes ---------------------------------------------------------------------------- */
 
-/* Fills buf[0..len-1] with bytes fit for keys, getrandom(2). -1 for a null buffer, a negative length
-   or when the system has none to give; the buffer is then not to be used. */
+/* Fills buf[0..len-1] with bytes fit for keys, getrandom(2). -1 for a null buffer, a negative
+   length or when the system has none to give; the buffer is then not to be used. */
 HYPLATFORM_API int arch_rand_bytes(void* buf, int len);
 
 #ifdef __cplusplus
