@@ -1,0 +1,85 @@
+#include "hybase/hcutil/HCObjVector.h"
+
+#include <stdint.h>
+
+namespace {
+
+constexpr int kNoSuchObject = -11;
+constexpr int32_t kInitialCapacity = 12;
+
+void Dispose(HCObjOfVector* obj) {
+    int delay_sec = obj->TryDelayDelete();
+    if (delay_sec == 0) {
+        delete obj;
+        return;
+    }
+    // An object whose delay is refused is leaked on purpose: others may still be using it.
+    HCLazyDelete* collector = HCLazyDelete::instance();
+    if (collector != nullptr) collector->AddItem(obj, delay_sec);
+}
+
+}  // namespace
+
+HCObjOfVector::~HCObjOfVector() = default;
+
+int HCObjOfVector::TryDelayDelete() {
+    return 0;
+}
+
+bool HCObjOfVector::IsEqual(void* key, void*) {
+    return key == this;
+}
+
+HCObjVector::HCObjVector() : m_pVector(HVector_Create(sizeof(HCObjOfVector*), kInitialCapacity)) {}
+
+HCObjVector::~HCObjVector() {
+    HCObjVector::Clear();
+    HVector_Destroy(m_pVector);
+}
+
+int HCObjVector::Clear() {
+    for (int i = 0; i < GetCnt(); i++)
+        if (HCObjOfVector* obj = At(i)) Dispose(obj);
+    return HVector_Clear(m_pVector);
+}
+
+int HCObjVector::Append(HCObjOfVector* obj) {
+    return HVector_Append(m_pVector, &obj);
+}
+
+int HCObjVector::Insert(HCObjOfVector* obj, int index) {
+    return HVector_Insert(m_pVector, &obj, index);
+}
+
+int HCObjVector::Del(int index) {
+    HCObjOfVector* obj = At(index);
+    if (obj == nullptr) return kNoSuchObject;
+    Dispose(obj);
+    HVector_Del(m_pVector, index);
+    return 0;
+}
+
+int HCObjVector::SetAt(int index, HCObjOfVector* obj) {
+    return HVector_SetAt(m_pVector, index, &obj);
+}
+
+int HCObjVector::Swap(int i, int j) {
+    return HVector_Swap(m_pVector, i, j);
+}
+
+int HCObjVector::GetCnt() {
+    return HVector_Cnt(m_pVector);
+}
+
+HCObjOfVector* HCObjVector::At(int index) {
+    void* element = HVector_At(m_pVector, index);
+    return element != nullptr ? *static_cast<HCObjOfVector**>(element) : nullptr;
+}
+
+int HCObjVector::GetIndex(void* key, void* extra) {
+    for (int i = 0; i < GetCnt(); i++) {
+        HCObjOfVector* obj = At(i);
+        if (obj != nullptr && obj->IsEqual(key, extra)) return i;
+    }
+    return kNoSuchObject;
+}
