@@ -39,13 +39,9 @@ bool BlockBytes(int32_t capacity, uint32_t item_size, size_t* bytes) {
 }
 
 // An empty block is still a block: malloc(0) may be null, and realloc to 0 bytes frees.
-size_t AtLeastOne(size_t bytes) {
-    return bytes != 0 ? bytes : 1;
-}
+size_t AtLeastOne(size_t bytes) { return bytes != 0 ? bytes : 1; }
 
-bool HasIndex(const HVector* vector, int32_t index) {
-    return index >= 0 && index < vector->count;
-}
+bool HasIndex(const HVector* vector, int32_t index) { return index >= 0 && index < vector->count; }
 
 unsigned char* Slot(const HVector* vector, int32_t index) {
     return vector->data + static_cast<size_t>(index) * vector->item_size;
@@ -218,9 +214,7 @@ void* HVector_At(const HVector* vector, int32_t index) {
     return Slot(vector, index);
 }
 
-int32_t HVector_Cnt(const HVector* vector) {
-    return vector != nullptr ? vector->count : 0;
-}
+int32_t HVector_Cnt(const HVector* vector) { return vector != nullptr ? vector->count : 0; }
 
 HVector* HVector_Dup(const HVector* source, HVector* destination) {
     if (source == nullptr) return nullptr;

@@ -22,13 +22,9 @@ void Dispose(HCObjOfVector* obj) {
 
 HCObjOfVector::~HCObjOfVector() = default;
 
-int HCObjOfVector::TryDelayDelete() {
-    return 0;
-}
+int HCObjOfVector::TryDelayDelete() { return 0; }
 
-bool HCObjOfVector::IsEqual(void* key, void*) {
-    return key == this;
-}
+bool HCObjOfVector::IsEqual(void* key, void*) { return key == this; }
 
 HCObjVector::HCObjVector() : m_pVector(HVector_Create(sizeof(HCObjOfVector*), kInitialCapacity)) {}
 
@@ -43,9 +39,7 @@ int HCObjVector::Clear() {
     return HVector_Clear(m_pVector);
 }
 
-int HCObjVector::Append(HCObjOfVector* obj) {
-    return HVector_Append(m_pVector, &obj);
-}
+int HCObjVector::Append(HCObjOfVector* obj) { return HVector_Append(m_pVector, &obj); }
 
 int HCObjVector::Insert(HCObjOfVector* obj, int index) {
     return HVector_Insert(m_pVector, &obj, index);
@@ -63,13 +57,9 @@ int HCObjVector::SetAt(int index, HCObjOfVector* obj) {
     return HVector_SetAt(m_pVector, index, &obj);
 }
 
-int HCObjVector::Swap(int i, int j) {
-    return HVector_Swap(m_pVector, i, j);
-}
+int HCObjVector::Swap(int i, int j) { return HVector_Swap(m_pVector, i, j); }
 
-int HCObjVector::GetCnt() {
-    return HVector_Cnt(m_pVector);
-}
+int HCObjVector::GetCnt() { return HVector_Cnt(m_pVector); }
 
 HCObjOfVector* HCObjVector::At(int index) {
     void* element = HVector_At(m_pVector, index);

@@ -6,9 +6,7 @@
 
 HCPtrKeeper::HCPtrKeeper() : m_nNextHandle(1), m_hMutex(arch_mutex_create()) {}
 
-HCPtrKeeper::~HCPtrKeeper() {
-    arch_mutex_delete(m_hMutex);
-}
+HCPtrKeeper::~HCPtrKeeper() { arch_mutex_delete(m_hMutex); }
 
 long HCPtrKeeper::Add(void* ptr, int type, long long data) {
     HCMutex lock(m_hMutex);
@@ -35,9 +33,7 @@ HCPtrKeeper::Value_t* HCPtrKeeper::GetAndLock(long handle) {
     }
 }
 
-void HCPtrKeeper::Unlock(long) {
-    arch_mutex_unlock(m_hMutex);
-}
+void HCPtrKeeper::Unlock(long) { arch_mutex_unlock(m_hMutex); }
 
 void HCPtrKeeper::Delete(long handle) {
     HCMutex lock(m_hMutex);

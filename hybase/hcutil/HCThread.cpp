@@ -11,13 +11,9 @@ HCThread::HCThread(const char* name, bool detached, void* userdata)
     if (name != nullptr) memcpy(m_szName, name, sizeof m_szName);
 }
 
-HCThread::~HCThread() {
-    Join(nullptr);
-}
+HCThread::~HCThread() { Join(nullptr); }
 
-void* HCThread::OnThread(void*) {
-    return nullptr;
-}
+void* HCThread::OnThread(void*) { return nullptr; }
 
 arch_thread_t HCThread::StartThread() {
     m_bJoined = false;
