@@ -2,10 +2,23 @@
  * The process-wide logger: levelled records to the console or a callback, and to log files that
  * rotate by size.
  *
+ *     hlogParam_t param = {HLOG_LEVEL_DEBUG, HLOG_LEVEL_WARN, 1, "/var/log/app", 1 << 20, 5};
+ *     hlog_set_param(&param);
+ *     HLOG_INFO("listening on port %d\n", port);
+ *
  * A record reaches an output when its level is at most that output's threshold; a lower level is
- * more severe. Records are built from a printf format; the logger adds no newline, so formats end
- * in "\n". Nothing here reports a failure to its caller: a logger that cannot write stays quiet.
- * Threads: every function may be called by any thread at any time; records are never mixed.
+ * more severe. The logger adds no newline: formats end in "\n".
+ *
+ * One record, the date and time only with `show_time`:
+ *
+ *     [2024-05-01 12:00:00.007][INFO][main.cpp:12][OpenPort] listening on port 80
+ *
+ * Use:      nothing has to be set up or torn down. A process that never calls hlog_set_param logs
+ *           levels 0 to 2 to the console, from its first constructor to its last destructor.
+ * Failures: nothing here reports a failure to its caller. What goes wrong with the log files is
+ *           printed to standard output, and records still reach the console or the callback.
+ * Threads:  every function may be called by any thread at any time, also while others log. One
+ *           mutex is held for the whole of a record; records are never mixed.
  */
 #ifndef HYBASE_HLOG_H
 #define HYBASE_HLOG_H
@@ -17,6 +30,8 @@
 extern "C" {
 #endif
 
+/* The names in a record are "ERR" ... "ALL". A level below 0 is shown as "ERR", one above 5 as
+   "ALL"; the thresholds compare it as it is. */
 enum {
     HLOG_LEVEL_ERR,
     HLOG_LEVEL_WARN,
@@ -26,33 +41,56 @@ enum {
     HLOG_LEVEL_ALL
 };
 
-/* Settings of the logger. */
+/*
+ * Settings of the logger.
+ *
+ * Log files are named after the day they were begun and a number that never starts again, not even
+ * on another day: 2024-05-01-00000003.log. Whatever else lies in `dir` is left alone, unless its
+ * name begins like that of a log file. The file being written has mode 0640, finished ones 0440.
+ * The order of the names is taken for the order of age: when the clock of a device goes back by a
+ * day or more, its new files are the first to be deleted.
+ */
 typedef struct {
     int32_t file_level;    /* threshold of the log file, default 2 */
     int32_t console_level; /* threshold of the console or of the callback, default 2 */
-    int32_t show_time;     /* records carry date and time, default 1 */
+    int32_t show_time;     /* records carry date and local time, default 1 */
     char dir[256];         /* folder of the log files; empty (the default) means no file */
     int32_t max_size;      /* bytes at which a file is closed and the next begun, default 1048576 */
-    int32_t max_files;     /* how many log files are kept in `dir`, default 5 */
+    int32_t max_files;     /* log files kept in `dir`, the open one included, default 5 */
 } hlogParam_t;
 
-/* Gets one record (zero-terminated, `len` characters, at most 2047) in place of the console. Runs
-   on the logging thread with the logger's lock held: it must not log. */
+/*
+ * Gets one record in place of the console: `text` is zero-terminated, `len` is its length, and both
+ * are valid during the call only. A record of more than 2042 characters is cut: its first 2015
+ * characters, then "[log is too long, cut off]\n".
+ * Runs on the logging thread with the logger's mutex held. It may call hlog_set_param and
+ * hlog_regirst; it must not log (such a record goes to the log file only) nor wait for a thread
+ * that might.
+ */
 typedef void (*hlogCallback)(const char* text, int32_t len);
 
 /*
- * Emits one record. `file` may be a full path: only what follows its last '/' is printed.
- * Returns the number of bytes written to the log file, 0 when none was.
- * The macros below fill in file, function and line.
+ * Emits one record; the macros below fill in file, function and line. `file` may be a full path:
+ * only what follows its last '/' is printed.
+ * Each record is handed to the log file at once, whatever its length; when that makes the file
+ * `max_size` bytes long or more, the next file is begun before the call returns.
+ * Returns the number of bytes written to the log file, 0 when none was. Leaves errno alone.
  */
 HYBASE_API int32_t hlog_printf_ex(int32_t level, const char* file, const char* func, int32_t line,
                                   const char* fmt, ...) __attribute__((format(printf, 5, 6)));
 
-/* Replaces all settings and, when `dir` is not empty, begins the next log file there. Returns 0. */
+/*
+ * Replaces all settings and closes the log file, if one is open; when `dir` is not empty, begins
+ * the next log file there and deletes the oldest ones beyond `max_files`. A file that cannot be
+ * opened leaves the logger without one until the next call.
+ * The record is copied. Returns 0; a null `param` changes nothing.
+ */
 HYBASE_API int32_t hlog_set_param(const hlogParam_t* param);
 
-/* Registers the callback that replaces the console; null restores the console.
-   The spelling is part of the interface. */
+/*
+ * Registers the callback that replaces the console; null restores the console. When it returns, no
+ * other thread is inside the former callback. The spelling is part of the interface.
+ */
 HYBASE_API void hlog_regirst(hlogCallback callback);
 
 /* HLOG_ERR("no route to %s\n", host); the arguments after the format may be left out. */
