@@ -1,0 +1,53 @@
+// Waiting for a descriptor with the semantics of select(2), but for descriptors of any number.
+#ifndef HYBASE_HCUTIL_SOCKET_WAIT_H
+#define HYBASE_HCUTIL_SOCKET_WAIT_H
+
+#include <errno.h>
+#include <poll.h>
+#include <stdint.h>
+#include <time.h>
+
+// A time-out as select(2) keeps it on Linux: all waits on one object share it.
+class WaitTime {
+  public:
+    static WaitTime Seconds(int seconds) { return WaitTime(int64_t{seconds} * 1000000); }
+    static WaitTime Microseconds(int us) { return WaitTime(us); }
+
+    // Waits until `fd` is ready for one of `events` (POLLIN, POLLOUT). Returns what poll(2) found,
+    // 0 for a time-out, or -1 with errno: EINVAL for a negative time-out, EBADF, EINTR.
+    int For(int fd, short events) {
+        if (left_us_ < 0) {
+            errno = EINVAL;
+            return -1;
+        }
+        const int64_t start = NowUs();
+        const timespec limit = {static_cast<time_t>(left_us_ / 1000000),
+                                static_cast<long>(left_us_ % 1000000 * 1000)};
+        pollfd entry = {fd, events, 0};
+        const int count = ppoll(&entry, 1, &limit, nullptr);
+        const int64_t used = NowUs() - start;
+        left_us_ = used < left_us_ ? left_us_ - used : 0;
+        if (count < 1) return count;
+        if (entry.revents & POLLNVAL) {
+            errno = EBADF;
+            return -1;
+        }
+        return entry.revents;
+    }
+
+    // What select(2) calls writable; a hang-up alone is not.
+    static bool Writable(int found) { return (found & (POLLOUT | POLLERR)) != 0; }
+
+  private:
+    explicit WaitTime(int64_t us) : left_us_(us) {}
+
+    static int64_t NowUs() {
+        timespec now;
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        return int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
+    }
+
+    int64_t left_us_;
+};
+
+#endif
