@@ -1,0 +1,157 @@
+// The serving side: accounts, and the way of a request through look-up, check and handler to its
+// response.
+
+#include <stdio.h>
+
+#include "grpc_private.h"
+#include "hybase/cjson_value.h"
+#include "hybase/grpc.h"
+
+using namespace grpc_engine;
+
+namespace {
+
+// This method gives a caller his account, so he cannot have one yet.
+constexpr char kLoginMethod[] = "account_login";
+
+// What serving a request came to: the result of the call, and the error object of the response.
+struct Outcome {
+    int32_t result;
+    int32_t code;
+    const char* message;  // null when the response needs none
+};
+
+const grpcAccount_t* FindAccount(_grpc_t* ctx, const char* name) {
+    for (int32_t i = 0; i < ctx->s_account_cnt && i < GRPC_ACCOUNT_MAX; i++) {
+        if (strcmp(ctx->s_accounts[i].name, name) == 0) return &ctx->s_accounts[i];
+    }
+
+    // Required as it is: the last record is scratch space even if a 32nd account stands there, and
+    // an unknown name is checked against an empty password at whatever level that record has.
+    grpcAccount_t* scratch = &ctx->s_accounts[GRPC_ACCOUNT_MAX - 1];
+    if (ctx->get_passwd != nullptr && ctx->get_passwd(name, scratch->passwd) == 0) {
+        scratch->passwd[sizeof scratch->passwd - 1] = '\0';
+        scratch->level = 0;
+    } else {
+        scratch->passwd[0] = '\0';
+    }
+    return scratch;
+}
+
+int HexValue(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return -1;
+}
+
+// Decodes the first 32 characters; what follows them does not count. False for anything but digits
+// and lower-case letters, an early end included.
+bool DecodeDigest(const char* text, unsigned char (&digest)[16]) {
+    for (unsigned char& byte : digest) {
+        int high = HexValue(*text++);
+        if (high < 0) return false;
+        int low = HexValue(*text++);
+        if (low < 0) return false;
+        byte = static_cast<unsigned char>(high << 4 | low);
+    }
+    return true;
+}
+
+// Takes the same time wherever the two differ, so that nobody finds a digest byte by byte.
+bool SameDigest(const unsigned char (&a)[16], const unsigned char (&b)[16]) {
+    volatile unsigned char difference = 0;
+    for (size_t i = 0; i < sizeof a; i++)
+        difference = difference | (a[i] ^ b[i]);
+    return difference == 0;
+}
+
+// 0 when the request's user may call the method; `s_user` then holds his name.
+int32_t CheckCaller(_grpc_t* ctx, const grpcMethod_t& method) {
+    const cJSON* user = cJSON_GetObjectItem(ctx->json, "user");
+    const char* name = cJSON_GetObjectValueString(user, "name");
+    const char* text = cJSON_GetObjectValueString(user, "digest");
+    if (name == nullptr || text == nullptr) return GRPC_ERR_USER;
+
+    const grpcAccount_t* account = FindAccount(ctx, name);
+    unsigned char expected[16], given[16];
+    AccountDigest(name, method.name, account->passwd, expected);
+    if (!DecodeDigest(text, given) || !SameDigest(given, expected)) return GRPC_ERR_USER;
+
+    printf("leve;%d, %d\n", account->level, method.level);
+    if (account->level > method.level) return GRPC_ERR_POWER;
+    CopyText(ctx->s_user, name);
+    return 0;
+}
+
+Outcome Dispatch(_grpc_t* ctx) {
+    const char* name = cJSON_GetObjectValueString(ctx->json, "method");
+    if (name == nullptr) return {-1, GRPC_ERR_REQUEST, "unknown method"};
+    grpcMethod_t method = FindMethod(ctx->s_methods, name);
+    if (method.func == nullptr) return {-1, GRPC_ERR_METHOD, "Method not found"};
+
+    if (strcmp(method.name, kLoginMethod) != 0 && ctx->s_account_cnt > 0) {
+        int32_t refused = CheckCaller(ctx, method);
+        if (refused == GRPC_ERR_USER) return {refused, refused, "No User or Error Passwd"};
+        if (refused != 0) return {refused, refused, "No Power"};
+    }
+
+    int32_t result = method.func(ctx);
+    if (result == 0) return {0, 0, nullptr};
+    return {result, ctx->errcode, ctx->errmsg};
+}
+
+bool AddError(cJSON* root, const Outcome& outcome) {
+    cJSON* error = cJSON_AddObjectToObject(root, "error");
+    if (cJSON_AddNumberToObject(error, "errorcode", outcome.code) == nullptr) return false;
+    return outcome.message == nullptr ||
+           cJSON_AddStringToObject(error, "message", outcome.message) != nullptr;
+}
+
+}  // namespace
+
+int32_t grpc_s_account_add(_grpc_t* ctx, const grpcAccount_t* acc) {
+    if (ctx == nullptr || acc == nullptr) return -1;
+    if (ctx->s_account_cnt < 0 || ctx->s_account_cnt >= GRPC_ACCOUNT_MAX) {
+        printf("error: too many user setted: %d\n", ctx->s_account_cnt);
+        return -1;
+    }
+    CopyAccount(&ctx->s_accounts[ctx->s_account_cnt++], *acc);
+    return 0;
+}
+
+int32_t grpc_s_account_clear(_grpc_t* ctx) {
+    if (ctx == nullptr) return -1;
+    ctx->s_account_cnt = 0;
+    return 0;
+}
+
+int32_t grpc_s_serve_without_send(_grpc_t* ctx, const char* text, int32_t len) {
+    if (ctx == nullptr) return -1;
+    if (!TakeMessage(ctx, text, len)) {
+        printf("ERROR: Failed Parse Message:\n%s\n\n", text != nullptr ? text : "(null)");
+        return -1;
+    }
+    Outcome outcome = Dispatch(ctx);
+    if (!AddError(ctx->json, outcome)) {
+        // Without its error object a response would read as success: rather none at all.
+        cJSON_Delete(ctx->json);
+        ctx->json = nullptr;
+        return outcome.result;
+    }
+    cJSON_DeleteItemFromObject(ctx->json, "param");
+    return outcome.result;
+}
+
+int32_t grpc_s_serve_direct(_grpc_t* ctx, const char* text, int32_t len) {
+    if (ctx == nullptr) return -1;
+    grpc_s_serve_without_send(ctx, text, len);
+    int32_t result = Send(ctx);
+    grpc_end(ctx);
+    return result;
+}
+
+int32_t grpc_s_serve(_grpc_t* ctx) {
+    if (ctx == nullptr) return -1;
+    int32_t received = Receive(ctx, nullptr);
+    return received < 1 ? received : grpc_s_serve_direct(ctx, ctx->buf, received);
+}
