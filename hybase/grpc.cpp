@@ -200,9 +200,7 @@ int32_t Send(_grpc_t* ctx) {
 
 }  // namespace grpc_engine
 
-_grpc_t* grpc_new(void) {
-    return new (std::nothrow) Context;
-}
+_grpc_t* grpc_new(void) { return new (std::nothrow) Context; }
 
 int32_t grpc_init(_grpc_t* ctx, const grpcParam_t* param) {
     if (ctx == nullptr) return -1;

@@ -77,8 +77,7 @@ void StopTimeouts(_grpc_t* ctx) {
     TellToStop(Private(ctx));
     if (ctx->timeout_thread != nullptr) arch_thread_join(ctx->timeout_thread, nullptr);
     ctx->timeout_thread = nullptr;
-    while (ctx->pending != nullptr)
-        FreeFirst(&ctx->pending);
+    while (ctx->pending != nullptr) FreeFirst(&ctx->pending);
     if (ctx->pending_lock != nullptr) arch_mutex_delete(ctx->pending_lock);
     ctx->pending_lock = nullptr;
 }
@@ -94,8 +93,7 @@ void RememberRequest(_grpc_t* ctx, const char* method) {
     MutexGuard guard(ctx->pending_lock);
     request->sent_time = arch_gettimeofday();
     grpcPending_t** link = &ctx->pending;
-    while (*link != nullptr)
-        link = &(*link)->next;
+    while (*link != nullptr) link = &(*link)->next;
     *link = request;
 }
 

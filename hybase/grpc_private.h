@@ -28,9 +28,7 @@ struct Context : _grpc_t {
     std::condition_variable stop;
 };
 
-inline Context* Private(_grpc_t* ctx) {
-    return static_cast<Context*>(ctx);
-}
+inline Context* Private(_grpc_t* ctx) { return static_cast<Context*>(ctx); }
 
 using DeliveryLock = std::unique_lock<std::recursive_mutex>;
 

@@ -60,8 +60,7 @@ bool DecodeDigest(const char* text, unsigned char (&digest)[16]) {
 // Takes the same time wherever the two differ, so that nobody finds a digest byte by byte.
 bool SameDigest(const unsigned char (&a)[16], const unsigned char (&b)[16]) {
     volatile unsigned char difference = 0;
-    for (size_t i = 0; i < sizeof a; i++)
-        difference = difference | (a[i] ^ b[i]);
+    for (size_t i = 0; i < sizeof a; i++) difference = difference | (a[i] ^ b[i]);
     return difference == 0;
 }
 
