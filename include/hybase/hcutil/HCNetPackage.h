@@ -35,6 +35,7 @@
 #include <time.h>
 
 #include <atomic>
+#include <memory>
 
 class HCNetPackageService;
 
@@ -208,16 +209,22 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     void StopThread();
 
   private:
-    bool OpenSocket();
-    void CloseSocket();
-    void ApplyLoginReply(const char* reply, int len);
+    struct SilenceWatch;
+    enum class Step { kGoOn, kNextPass, kLost };
+
+    void Launch(int bufsize);
+    void SetHost(const char* host);
     bool AllocRecvBuf(int size);
     void ShrinkRecvBuf();
+    bool ReopenSocket();
+    std::unique_ptr<char[]> CopyRecord(int& bytes);
+    void ApplyLoginReply(const char* reply, int len);
     bool LockWhenReady(int wait_sec);
     int SendPieces(unsigned int type, const char** bufs, const int* lens, int count, int total);
     void RaiseLost(NPEvent_e event);
     void PauseAfterFailure();
-    bool HandleReceived(int received, unsigned int flag, unsigned int type, bool empty);
+    Step WatchSilence(SilenceWatch& watch);
+    Step ReceiveOne(SilenceWatch& watch);
 
     arch_mutex_t m_hPasswdMutex;  // guards m_pPasswd and m_nPasswdLen
 };
