@@ -14,10 +14,11 @@
 #include <new>
 #include <string>
 
-#include "hcutil/packet_header.h"
+#include "hybase/hcutil/packet_header.h"
 
 // The RPC classes and the packet service tell connections apart with dynamic_cast.
-static_assert(sizeof(std::atomic<int>) == sizeof(int) && sizeof(std::atomic<bool>) == sizeof(bool) &&
+static_assert(sizeof(std::atomic<int>) == sizeof(int) &&
+                  sizeof(std::atomic<bool>) == sizeof(bool) &&
                   sizeof(std::atomic<time_t>) == sizeof(time_t),
               "shared fields keep the size of what they hold");
 
@@ -37,13 +38,13 @@ constexpr int kLoginReplySendUs = 500000;
 constexpr int kLoginRequestRoom = 1024;
 constexpr int kReceiveUs = 500000;
 constexpr useconds_t kPauseStepUs = 100000;
-constexpr int kPauseSteps = 100;         // 10 seconds
-constexpr int kStepsPerSecond = 10;      // of kPauseStepUs
-constexpr int kSilenceGraceSec = 2;      // a peer is silent that long after its keep-alive is due
+constexpr int kPauseSteps = 100;     // 10 seconds
+constexpr int kStepsPerSecond = 10;  // of kPauseStepUs
+constexpr int kSilenceGraceSec = 2;  // a peer is silent that long after its keep-alive is due
 constexpr int kLongestClockStepSec = 999;
 
-// Sends one part of a packet. `more`: another part follows at once, and the kernel lets this one wait
-// for it, so that a packet leaves in one segment.
+// Sends one part of a packet. `more`: another part follows at once, and the kernel lets this one
+// wait for it, so that a packet leaves in one segment.
 int SendPart(HCSocket* sock, const char* buf, int len, int usec, bool more) {
     sock->SetMore(more);
     int sent = sock->Send(buf, len, usec);
@@ -249,7 +250,8 @@ int HCNetPackage::_getPackage(unsigned int& flag, unsigned int& type, int& len, 
     int capacity = std::max(m_nRecvBufSize, kPacketHeaderBytes);
     if ((m_pRecvBuf == nullptr || capacity > m_nRecvBufSize) && !AllocRecvBuf(capacity)) return -1;
 
-    int got = RecvHeader(m_pSocket, m_pRecvBuf, kPacketHeaderBytes, usec, __func__, flag, type, len);
+    int got =
+        RecvHeader(m_pSocket, m_pRecvBuf, kPacketHeaderBytes, usec, __func__, flag, type, len);
     if (got < 1) return got;
     empty = len == 0;
     if (empty) return 0;
@@ -259,8 +261,8 @@ int HCNetPackage::_getPackage(unsigned int& flag, unsigned int& type, int& len, 
     return got;
 }
 
-// Makes the receive buffer anew; its contents are lost. One spare byte behind the capacity is for the
-// zero behind a payload.
+// Makes the receive buffer anew; its contents are lost. One spare byte behind the capacity is for
+// the zero behind a payload.
 bool HCNetPackage::AllocRecvBuf(int size) {
     delete[] m_pRecvBuf;
     m_nRecvBufSize = size;
@@ -323,7 +325,8 @@ bool HCNetPackage::_ConnectIfNeeded() {
 }
 
 // Leaves the state NPS_CONNECTING and the socket closed. Both under the mutex: whoever is sending
-// finishes first on the old descriptor, and whoever waits for the mutex finds that it must not send.
+// finishes first on the old descriptor, and whoever waits for the mutex finds that it must not
+// send.
 bool HCNetPackage::ReopenSocket() {
     HCMutex lock(m_hSendMutex);
     m_nConnectState = NPS_CONNECTING;
@@ -461,8 +464,8 @@ int HCNetPackage::SendPkg(unsigned int type, const char** bufs, const int* lens,
     return sent;
 }
 
-// Waits for a login under way. True with m_hSendMutex locked and the state NPS_READY, which only the
-// loss of the link ends while the mutex is held.
+// Waits for a login under way. True with m_hSendMutex locked and the state NPS_READY, which only
+// the loss of the link ends while the mutex is held.
 bool HCNetPackage::LockWhenReady(int wait_sec) {
     int steps = 0;
     for (;;) {

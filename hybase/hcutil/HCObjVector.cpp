@@ -7,17 +7,6 @@ namespace {
 constexpr int kNoSuchObject = -11;
 constexpr int32_t kInitialCapacity = 12;
 
-void Dispose(HCObjOfVector* obj) {
-    int delay_sec = obj->TryDelayDelete();
-    if (delay_sec == 0) {
-        delete obj;
-        return;
-    }
-    // An object whose delay is refused is leaked on purpose: others may still be using it.
-    HCLazyDelete* collector = HCLazyDelete::instance();
-    if (collector != nullptr) collector->AddItem(obj, delay_sec);
-}
-
 }  // namespace
 
 HCObjOfVector::~HCObjOfVector() = default;
@@ -51,6 +40,23 @@ int HCObjVector::Del(int index) {
     Dispose(obj);
     HVector_Del(m_pVector, index);
     return 0;
+}
+
+HCObjOfVector* HCObjVector::Unlink(int index) {
+    HCObjOfVector* obj = At(index);
+    HVector_Del(m_pVector, index);
+    return obj;
+}
+
+void HCObjVector::Dispose(HCObjOfVector* obj) {
+    int delay_sec = obj->TryDelayDelete();
+    if (delay_sec == 0) {
+        delete obj;
+        return;
+    }
+    // An object whose delay is refused is leaked on purpose: others may still be using it.
+    HCLazyDelete* collector = HCLazyDelete::instance();
+    if (collector != nullptr) collector->AddItem(obj, delay_sec);
 }
 
 int HCObjVector::SetAt(int index, HCObjOfVector* obj) {

@@ -28,6 +28,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 
 class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
@@ -91,12 +92,10 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
 
   private:
     void StopAccepting();
-    void AcceptOne();
-    void TakeIn(HCSocket* sock);
-    bool KeepConnection(HCNetPackage* connection);
+    void StopAndDispose(HCObjOfVector* element);
+    void Admit(std::unique_ptr<HCSocket> sock);
     HCObjOfVector* UnlinkLost();
-    HCObjOfVector* UnlinkFirst(bool& found);
-    void StopAndDispose(HCObjOfVector* connection);
+    bool UnlinkFirst(HCObjOfVector*& element);
     void LockForChange();
     void UnlockAfterChange();
 

@@ -60,6 +60,16 @@ class HYBASE_API HCObjVector {
     // The first index whose object answers IsEqual(key, extra) with true, or -11.
     virtual int GetIndex(void* key, void* extra);
 
+  protected:
+    // The two halves of Del, for owners that must not hold their lock while an object goes away.
+
+    // Takes the element at `index` out and closes the gap without disposing of the object, which
+    // becomes the caller's. Null for a null element and for an index out of range.
+    HCObjOfVector* Unlink(int index);
+
+    // Deletes the object, at once or late, as its TryDelayDelete wants it.
+    static void Dispose(HCObjOfVector* obj);
+
   private:
     HVector* m_pVector;
 };

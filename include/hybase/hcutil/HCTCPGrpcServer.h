@@ -24,6 +24,7 @@
 #include <hybase/hcutil/HCNetPackage.h>
 #include <hybase/hcutil/HCNetPackageService.h>
 #include <hyplatform/arch.h>
+#include <stddef.h>
 #include <stdint.h>
 
 // An account of a server: the same layout as grpcAccount_t.
@@ -110,8 +111,7 @@ class HYBASE_API HCTCPGrpcServer : public HCNetPackageService {
     bool m_bPrintResp;         // default false
 
   private:
-    int SendToAll(const char* message, int length);
-    int SendToOne(const HCNetPackage* target, const char* message, int length);
+    int SendMessage(const HCNetPackage* target, const char* message, size_t length);
 
     arch_mutex_t m_hAccountsMutex;  // guards m_pAccounts and m_nAccountCnt
 };
