@@ -1,0 +1,46 @@
+// hydevice: a whole small device, built on the public headers alone.
+
+#include <signal.h>
+#include <stdio.h>
+
+#include "device.h"
+#include "options.h"
+
+namespace {
+
+// Signals are taken in one place, between two notifications, never in the midst of other work. The
+// library's threads inherit the mask, so this comes before any of them starts.
+sigset_t BlockStopSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    // A peer that has gone away must not end the device; its connection says so by other means.
+    signal(SIGPIPE, SIG_IGN);
+    return signals;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    hydevice::Options options;
+    switch (hydevice::ParseOptions(argc, argv, options)) {
+        case hydevice::ParseResult::kDone: return 0;
+        case hydevice::ParseResult::kBadUsage: return 2;
+        default: break;
+    }
+    sigset_t stop_signals = BlockStopSignals();
+    hydevice::Device device;
+    if (!device.Start(options)) {
+        fprintf(stderr, "hydevice: cannot listen at %s\n", device.ListeningAt().c_str());
+        return 1;
+    }
+    printf("listening at %s\n", device.ListeningAt().c_str());
+    fflush(stdout);
+
+    const timespec second = {1, 0};
+    while (sigtimedwait(&stop_signals, nullptr, &second) < 0) device.NotifyEvent();
+    printf("stopped\n");
+    return 0;
+}
