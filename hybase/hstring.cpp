@@ -23,21 +23,17 @@ constexpr int32_t kLineInvalidDigit = 298;
 constexpr int32_t kLineOddLength = 311;
 
 // Not isspace: a vertical tab or a form feed is part of a word here.
-bool IsCommandSpace(char c) {
-    return c == '\t' || c == '\n' || c == '\r' || c == ' ';
-}
+bool IsCommandSpace(char c) { return c == '\t' || c == '\n' || c == '\r' || c == ' '; }
 
 char* SkipSpace(char* text) {
-    while (IsCommandSpace(*text))
-        ++text;
+    while (IsCommandSpace(*text)) ++text;
     return text;
 }
 
 // Returns the first character that is not white space; white space at the end becomes zero bytes.
 char* Trim(char* text) {
     text = SkipSpace(text);
-    for (char* end = text + strlen(text); end > text && IsCommandSpace(end[-1]);)
-        *--end = '\0';
+    for (char* end = text + strlen(text); end > text && IsCommandSpace(end[-1]);) *--end = '\0';
     return text;
 }
 
@@ -118,8 +114,7 @@ int32_t HString_CmdParser(char* line, char** argv, int32_t max) {
         argv[count] = next;
         next = CutWord(&argv[count]);
     }
-    for (int32_t i = 0; i < count; ++i)
-        argv[i] = Trim(argv[i]);
+    for (int32_t i = 0; i < count; ++i) argv[i] = Trim(argv[i]);
     return count;
 }
 

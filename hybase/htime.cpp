@@ -17,9 +17,7 @@ constexpr int64_t kMicrosecondsPerSecond = 1000000;
 constexpr auto kSecondsBefore1970 = static_cast<uint32_t>(719499 * kSecondsPerDay);
 
 // Seconds are 32 bits wide on every machine.
-time_t FromSeconds32(uint32_t seconds) {
-    return static_cast<int32_t>(seconds);
-}
+time_t FromSeconds32(uint32_t seconds) { return static_cast<int32_t>(seconds); }
 
 // A date that the system could not tell is all zero, never what was left on the stack.
 HTime_t FromTm(const struct tm* tm) {

@@ -80,11 +80,12 @@ HYBASE_API int32_t HTime_split_into_day(const HTime_t* start, const HTime_t* end
  * Writes a date to `out` after a pattern and terminates it. A null `date` stands for the local time
  * of `seconds`, which are not looked at otherwise.
  *
- *   YYYY, YYY          the year in four digits
- *   YY, Y              its last two digits
- *   MM, M              the month; in the same way DD, D day, hh, h hour, mm, m minute, ss, s
- * second: always two digits any other          itself
+ *   YYYY, YYY   the year in four digits
+ *   YY, Y       its last two digits
+ *   MM, M       the month in two digits; in the same way
+ *   DD, D       the day, hh or h the hour, mm or m the minute, ss or s the second
  *
+ * Every other character stands for itself.
  * "YYYY-MM-DD hh:mm:ss" gives "2024-02-29 12:00:00". Only the first and the third letter decide
  * about a four-digit year: "Y.Y" is one as well.
  * `out` must hold the result, its size is not checked. A valid date takes at most 2 characters for
