@@ -80,9 +80,10 @@ TEST(HString, WordsAreReplacedOrTheRecordTellsWhereRoomEnded) {
     ExpectReplaced("a-bcd", "-", 4, "a-bc", 269);
     ExpectReplaced("-a-bc", "", 6, "abc", 0);
     ExpectReplaced("a-b", "-", 0, "", 236);
-    char text[] = "a-b";
-    EXPECT_EQ(HString_WordReplace(text, text, 4, "", "x"), 3);
-    EXPECT_STREQ(text, "a-b");
+    char text[12] = "a--b---";
+    EXPECT_EQ(HString_WordReplace(text, text, 12, "--", "xyz"), 9);
+    EXPECT_EQ(HString_WordReplace(text, nullptr, 12, "", "-"), 9);
+    EXPECT_STREQ(text, "axyzbxyz-");
 }
 
 TEST(HString, HexTextGoesBothWaysAndNamesWhatIsNone) {

@@ -86,7 +86,7 @@ TEST(HTime, SplitEndsAtTheMaximumAndAtTheLastSecond) {
 TEST(HTime, DateIsPrintedAfterThePatternAndReadInThreeLayouts) {
     const HTime_t date{2024, 2, 9, 3, 4, 5};
     EXPECT_EQ(Text(&date, 0, "YYYYY: YYY: YY: Y: Y-YY: Y-M"), "202424: 2024: 24: 24: 2024: 24-02");
-    EXPECT_EQ(Text(&date, 0, "M/D h:m:s MMM H%d YY"), "02/09 03:04:05 0202 H%d 24");
+    EXPECT_EQ(Text(&date, 0, "M/D h:m:s MMM H%d Y"), "02/09 03:04:05 0202 H%d 24");
     struct tm tm {};
     for (const char* text : {"2024-02-29 12:00:05", "2024-02-29T12:00:05 Z", "20240229120005"}) {
         tm = {};
