@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <limits.h>
 #include <netinet/tcp.h>
 #include <stdio.h>
 #include <string.h>
@@ -171,7 +170,8 @@ int HCSocket::Listen(unsigned short port, const char* host) {
 HCSocket* HCSocket::Accept(int timeout) {
     const int listener = m_nSocket;
     if (listener < 0) return nullptr;
-    const int found = WaitTime::Seconds(timeout).For(listener, POLLIN);
+    WaitTime time = WaitTime::Seconds(timeout);
+    const int found = time.For(listener, POLLIN);
     if (found < 0) HLOG_ERR("Service Select err %d, %s\n", errno, strerror(errno));
     if (found < 1) return nullptr;
 
@@ -184,7 +184,10 @@ HCSocket* HCSocket::Accept(int timeout) {
                      SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd >= 0) break;
         if (errno == EINTR && interrupts_left-- > 0) continue;
-        if (errno != EAGAIN) return nullptr;
+        if (errno != EAGAIN) {
+            time.PauseIfShort(errno);
+            return nullptr;
+        }
         printf("Socket accept .... %d \n", --attempts_left);
         interrupts_left = kInterruptRetries;
     }

@@ -97,7 +97,8 @@ int HCUnixSocket::Listen(unsigned short /*port*/, const char* name) {
 HCSocket* HCUnixSocket::Accept(int timeout) {
     const int listener = m_nSocket;
     if (listener < 0) return nullptr;
-    const int found = WaitTime::Seconds(timeout).For(listener, POLLIN);
+    WaitTime time = WaitTime::Seconds(timeout);
+    const int found = time.For(listener, POLLIN);
     if (found < 0) HLOG_ERR("Service Select err %d, %s\n", errno, strerror(errno));
     if (found < 1) return nullptr;
 
@@ -106,7 +107,10 @@ HCSocket* HCUnixSocket::Accept(int timeout) {
     while (attempts_left > 0) {
         fd = accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd >= 0) break;
-        if (errno != EAGAIN) return nullptr;
+        if (errno != EAGAIN) {
+            time.PauseIfShort(errno);
+            return nullptr;
+        }
         printf("Socket accept .... %d \n", --attempts_left);
     }
     HLOG_INFO("accept count=[%d] newSocket=%d\n", attempts_left, fd);

@@ -35,6 +35,15 @@ class WaitTime {
         return entry.revents;
     }
 
+    // To be called after a failed accept(2). While descriptors or memory are short the connection
+    // stays in the backlog and the next wait would end at once: an accepting thread must not spin
+    // on it.
+    void PauseIfShort(int error) const {
+        if (error != EMFILE && error != ENFILE && error != ENOBUFS && error != ENOMEM) return;
+        constexpr int64_t kPauseUs = 100000;
+        poll(nullptr, 0, static_cast<int>((left_us_ < kPauseUs ? left_us_ : kPauseUs) / 1000));
+    }
+
     // What select(2) calls writable; a hang-up alone is not.
     static bool Writable(int found) { return (found & (POLLOUT | POLLERR)) != 0; }
 
