@@ -15,7 +15,6 @@
 #include "hyplatform/arch.h"
 
 static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_in6) == 28, "lengths given to connect");
-static_assert(sizeof(std::atomic<int>) == sizeof(int), "the descriptor field is as wide as an int");
 #if UINTPTR_MAX == UINT32_MAX
 static_assert(sizeof(HCSocket) == 128, "layout on the device");
 #endif

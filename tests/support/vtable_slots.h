@@ -11,21 +11,16 @@
 // inherited from a second base this is the slot in that base's own table.
 template <class Method>
 int VtableSlot(Method method) {
-    // How the Itanium C++ ABI and its ARM variant lay out a pointer to a member function.
-    struct {
-        uintptr_t function;
-        intptr_t adjustment;
-    } pointer;
-    static_assert(sizeof pointer == sizeof method, "a pointer to a member function");
-    memcpy(&pointer, &method, sizeof pointer);
+    // How the Itanium C++ ABI lays out a pointer to a member function. The mark of a virtual one is
+    // an odd function word, on ARM an odd adjustment.
+    uintptr_t words[2];
+    static_assert(sizeof words == sizeof method, "a pointer to a member function");
+    memcpy(words, &method, sizeof words);
 #if defined(__arm__) || defined(__aarch64__)
-    const bool is_virtual = pointer.adjustment & 1;
-    const uintptr_t offset = pointer.function;
+    return words[1] & 1 ? static_cast<int>(words[0] / sizeof(void*)) : -1;
 #else
-    const bool is_virtual = pointer.function & 1;
-    const uintptr_t offset = pointer.function - 1;
+    return words[0] & 1 ? static_cast<int>((words[0] - 1) / sizeof(void*)) : -1;
 #endif
-    return is_virtual ? static_cast<int>(offset / sizeof(void*)) : -1;
 }
 
 #endif

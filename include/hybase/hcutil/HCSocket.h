@@ -18,8 +18,6 @@
 #include <hybase/export.h>
 #include <netinet/in.h>
 
-#include <atomic>
-
 class HYBASE_API HCSocket {
   public:
     HCSocket();
@@ -74,10 +72,10 @@ class HYBASE_API HCSocket {
     // by 200 ms. Default false.
     void SetMore(bool more) { m_bMore = more; }
 
-    std::atomic<int> m_nSocket{-1};  // descriptor, -1 when closed
-    int m_nFamily = 1;               // 1 IPv4, 2 IPv6
-    int m_nPort = 0;                 // the peer's port, after Connect and on accepted sockets
-    bool m_bBlock = false;           // last value given to SetBlockOpt
+    int m_nSocket = -1;     // descriptor, -1 when closed
+    int m_nFamily = 1;      // 1 IPv4, 2 IPv6
+    int m_nPort = 0;        // the peer's port, after Connect and on accepted sockets
+    bool m_bBlock = false;  // last value given to SetBlockOpt
 
   private:
     bool m_bMore = false;  // lives in the padding: the fields around it keep their places
