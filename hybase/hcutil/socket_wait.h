@@ -16,10 +16,6 @@ class WaitTime {
     // Waits until `fd` is ready for one of `events` (POLLIN, POLLOUT). Returns what poll(2) found,
     // 0 for a time-out, or -1 with errno: EINVAL for a negative time-out, EBADF, EINTR.
     int For(int fd, short events) {
-        if (left_us_ < 0) {
-            errno = EINVAL;
-            return -1;
-        }
         const int64_t start = NowUs();
         const timespec limit = {static_cast<time_t>(left_us_ / 1000000),
                                 static_cast<long>(left_us_ % 1000000 * 1000)};
