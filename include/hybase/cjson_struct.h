@@ -1,0 +1,292 @@
+/*
+ * Plain structures to and from JSON, by tables instead of code.
+ *
+ * A structure is described once by a static table, one row a member:
+ *
+ *     typedef struct {
+ *         char name[32];
+ *         uint16_t port;
+ *         int32_t enabled;
+ *     } Device;
+ *
+ *     static const kinfo_t device_table[] = {
+ *         KINFO_ROW(Device, name, KINFO_STRING),
+ *         KINFO_ROW(Device, port, KINFO_U16),
+ *         KINFO_ROW(Device, enabled, KINFO_BOOL),
+ *         KINFO_END,
+ *     };
+ *
+ *     Device device;
+ *     if (cjson_string2object(device_table, text, &device)) ...
+ *
+ * The table serves C and C++ alike. A member that does not exist, or whose size does not fit the
+ * type code, does not compile. docs/struct-mapping.md walks through a complete example.
+ *
+ * From JSON:
+ * - Keys match regardless of letter case; the first that matches counts. A key that is missing
+ * leaves its member as it is; keys the table does not know are ignored.
+ * - Integers are taken from cJSON's `valueint` (a number beyond the range of int is held at its
+ * nearest end) and cut to the width of the member. A value that is not a number counts as 0, true
+ * as 1.
+ * - A null in an array is skipped: its element stays as it is; a vector gets no item for it. Only
+ * the string types take it, as the empty string and the null pointer.
+ * - A heap string (KINFO_STRPTR) or vector (KINFO_VECTOR) is always new; what the member pointed to
+ *   before is overwritten and never freed.
+ *
+ * To JSON:
+ * - Members appear in the order of the table.
+ * - A null heap string gives no member, and no element in an array. A null vector gives an empty
+ * array.
+ *
+ * Ownership: structures and vectors that a call makes are the caller's, so are the heap strings and
+ * vectors inside them. Structures and arrays are freed with free(), vectors with HVector_Destroy(),
+ * trees with cJSON_Delete(), texts with cJSON_free().
+ *
+ * Failures: null, where a result is a pointer. A null table, text, tree or structure, a text that
+ * does not parse and a lack of memory for the result itself are failures; the reading calls print
+ * "[NAME OF THE CALL] json_assert failed\n" then. A row that cannot be converted prints
+ * " %d Not Support\n" with the offending type code, or "ERROR: kinfo[i].sub_key should not be NULL"
+ * for structures in an array or vector without a table of their own; the other rows are still
+ * converted. All texts go to standard output.
+ *
+ * Threads: no shared state. Calls may run at the same time on different structures.
+ */
+#ifndef HYBASE_CJSON_STRUCT_H
+#define HYBASE_CJSON_STRUCT_H
+
+#include <cjson/cJSON.h>
+#include <hybase/export.h>
+#include <hybase/hvector.h>
+#include <stddef.h>
+#include <stdint.h>
+#ifdef __cplusplus
+#include <type_traits>
+
+extern "C" {
+#endif
+
+/* Type codes: what a member is in C, and what it is in JSON. */
+enum {
+    KINFO_U8 = 1, /* uint8_t: number */
+    KINFO_U16,    /* uint16_t: number */
+    KINFO_U32,    /* uint32_t: number; above 2147483647 it is only written right (see valueint) */
+    KINFO_CHAR,   /* char: number, written as 0 to 255 */
+    KINFO_S16,    /* int16_t: number */
+    KINFO_S32,    /* int32_t: number */
+    KINFO_FLOAT,  /* float: number */
+    KINFO_DOUBLE, /* double: number */
+    KINFO_STRING, /* char[N]: string, cut to N - 1 bytes and always terminated */
+    KINFO_STRPTR, /* char*, a heap string or null: string */
+    KINFO_OBJECT, /* a nested structure with a table of its own: object */
+    KINFO_ARRAY,  /* T[N]: array */
+    KINFO_VECTOR, /* HVector*: array */
+    KINFO_BOOL    /* int32_t, not 0 for true: only the literal true gives 1, the number 1 gives 0 */
+};
+
+/* One row. The macros below fill it; a row written by hand leaves what its type does not need at 0.
+ */
+typedef struct kinfo_s kinfo_t;
+struct kinfo_s {
+    int32_t struct_size;    /* bytes of the whole structure; only the first row's value is read */
+    int32_t type;           /* type code of the member */
+    const char* key;        /* key in JSON; null ends the table */
+    int32_t offset;         /* byte offset of the member in the structure */
+    int32_t size;           /* bytes of the member, of the whole array for an array */
+    const kinfo_t* sub_key; /* table of nested structures, single or in an array or vector */
+    int32_t count;          /* KINFO_ARRAY: number of elements */
+    int32_t sub_type;       /* KINFO_ARRAY, KINFO_VECTOR: type code of an element; not these two */
+    int32_t sub_size;       /* KINFO_VECTOR: bytes of one item */
+};
+
+/*
+ * Rows. `structure` is the type, `member` its field, which is also the key. The same macros with
+ * _AS take the key as their first argument: KINFO_ROW_AS("ip-address", Device, ip, KINFO_STRING).
+ *
+ * KINFO_ROW(structure, member, type)
+ *     A number, string, heap string or boolean.
+ * KINFO_ROW_OBJECT(structure, member, table)
+ *     A nested structure, described by `table`.
+ * KINFO_ROW_ARRAY(structure, member, type)
+ *     An array of numbers, strings (char[N][M]), heap strings or booleans.
+ * KINFO_ROW_OBJECT_ARRAY(structure, member, table)
+ *     An array of structures. Written to JSON it ends with the last one that has a byte not 0.
+ * KINFO_ROW_VECTOR(structure, member, type, item)
+ *     An HVector* of numbers, strings, heap strings or booleans; `item` is the C type of an item:
+ *     int32_t, char[32], char* ... A number enters a vector as the first bytes of cJSON's int or
+ *     double: a vector of float receives the first four bytes of the double, which is not the
+ *     number. Keep fractions in a vector of double.
+ * KINFO_ROW_OBJECT_VECTOR(structure, member, table, item)
+ *     An HVector* of structures of the type `item`.
+ * KINFO_END
+ *     Ends every table.
+ *
+ * A table may name itself as the table of a vector's items (a tree). As the table of a nested
+ * structure it would describe a structure without end: writing that never ends either.
+ */
+#define KINFO_ROW(structure, member, type) KINFO_ROW_AS(#member, structure, member, type)
+#define KINFO_ROW_OBJECT(structure, member, table) \
+    KINFO_ROW_OBJECT_AS(#member, structure, member, table)
+#define KINFO_ROW_ARRAY(structure, member, type) \
+    KINFO_ROW_ARRAY_AS(#member, structure, member, type)
+#define KINFO_ROW_OBJECT_ARRAY(structure, member, table) \
+    KINFO_ROW_OBJECT_ARRAY_AS(#member, structure, member, table)
+#define KINFO_ROW_VECTOR(structure, member, type, item) \
+    KINFO_ROW_VECTOR_AS(#member, structure, member, type, item)
+#define KINFO_ROW_OBJECT_VECTOR(structure, member, table, item) \
+    KINFO_ROW_OBJECT_VECTOR_AS(#member, structure, member, table, item)
+
+#define KINFO_ROW_AS(key, structure, member, type)                                              \
+    {                                                                                           \
+        KINFO_INT(sizeof(structure)), (type), (key), KINFO_INT(offsetof(structure, member)),    \
+            KINFO_INT(sizeof(KINFO_MEMBER(structure, member))) +                                \
+                KINFO_MUST((type) == KINFO_STRING                                               \
+                               ? KINFO_IS_ARRAY(structure, member)                              \
+                               : KINFO_WIDTH(type) == sizeof(KINFO_MEMBER(structure, member))), \
+            NULL, 0, 0, 0                                                                       \
+    }
+#define KINFO_ROW_OBJECT_AS(key, structure, member, table)                                         \
+    {                                                                                              \
+        KINFO_INT(sizeof(structure)), KINFO_OBJECT, (key), KINFO_INT(offsetof(structure, member)), \
+            KINFO_INT(sizeof(KINFO_MEMBER(structure, member))), (table), 0, 0, 0                   \
+    }
+#define KINFO_ROW_ARRAY_AS(key, structure, member, type)                                          \
+    {                                                                                             \
+        KINFO_INT(sizeof(structure)), KINFO_ARRAY, (key), KINFO_INT(offsetof(structure, member)), \
+            KINFO_INT(sizeof(KINFO_MEMBER(structure, member))) +                                  \
+                KINFO_MUST((type) == KINFO_STRING ||                                              \
+                           KINFO_WIDTH(type) == sizeof(KINFO_MEMBER(structure, member)[0])),      \
+            NULL, KINFO_COUNT(structure, member), (type), 0                                       \
+    }
+#define KINFO_ROW_OBJECT_ARRAY_AS(key, structure, member, table)                                  \
+    {                                                                                             \
+        KINFO_INT(sizeof(structure)), KINFO_ARRAY, (key), KINFO_INT(offsetof(structure, member)), \
+            KINFO_INT(sizeof(KINFO_MEMBER(structure, member))), (table),                          \
+            KINFO_COUNT(structure, member), KINFO_OBJECT, 0                                       \
+    }
+#define KINFO_ROW_VECTOR_AS(key, structure, member, type, item)                                    \
+    {                                                                                              \
+        KINFO_INT(sizeof(structure)), KINFO_VECTOR, (key), KINFO_INT(offsetof(structure, member)), \
+            KINFO_VECTOR_SIZE(structure, member) +                                                 \
+                KINFO_MUST((type) == KINFO_STRING || KINFO_WIDTH(type) == sizeof(item)),           \
+            NULL, 0, (type), KINFO_INT(sizeof(item))                                               \
+    }
+#define KINFO_ROW_OBJECT_VECTOR_AS(key, structure, member, table, item)                            \
+    {                                                                                              \
+        KINFO_INT(sizeof(structure)), KINFO_VECTOR, (key), KINFO_INT(offsetof(structure, member)), \
+            KINFO_VECTOR_SIZE(structure, member), (table), 0, KINFO_OBJECT,                        \
+            KINFO_INT(sizeof(item))                                                                \
+    }
+#define KINFO_END \
+    { 0, 0, NULL, 0, 0, NULL, 0, 0, 0 }
+
+/* Helpers of the rows above. */
+#define KINFO_INT(value) ((int32_t)(value))
+#define KINFO_MEMBER(structure, member) (((structure*)0)->member)
+/* 0; does not compile when the condition is false: the member does not fit the row. */
+#define KINFO_MUST(condition) (0 * KINFO_INT(sizeof(char[(condition) ? 1 : -1])))
+#define KINFO_WIDTH(type)                                            \
+    ((type) == KINFO_U8 || (type) == KINFO_CHAR      ? 1             \
+     : (type) == KINFO_U16 || (type) == KINFO_S16    ? 2             \
+     : (type) == KINFO_U32 || (type) == KINFO_S32    ? 4             \
+     : (type) == KINFO_FLOAT || (type) == KINFO_BOOL ? 4             \
+     : (type) == KINFO_DOUBLE                        ? 8             \
+     : (type) == KINFO_STRPTR                        ? sizeof(char*) \
+                                                     : 0)
+#ifdef __cplusplus
+#define KINFO_IS_ARRAY(structure, member) (std::is_array<decltype(((structure*)0)->member)>::value)
+#else /* an array decays behind a comma, everything else keeps its type */
+#define KINFO_IS_ARRAY(structure, member)                               \
+    (!__builtin_types_compatible_p(__typeof__(((structure*)0)->member), \
+                                   __typeof__(((void)0, ((structure*)0)->member))))
+#endif
+#define KINFO_COUNT(structure, member)                       \
+    (KINFO_INT(sizeof(KINFO_MEMBER(structure, member)) /     \
+               sizeof(KINFO_MEMBER(structure, member)[0])) + \
+     KINFO_MUST(KINFO_IS_ARRAY(structure, member)))
+/* The comparison is never run; it refuses a member that is no HVector*. */
+#define KINFO_VECTOR_SIZE(structure, member)              \
+    (KINFO_INT(sizeof(KINFO_MEMBER(structure, member))) + \
+     0 * KINFO_INT(sizeof(KINFO_MEMBER(structure, member) == (HVector*)0)))
+
+/*
+ * Reads one object from `text` into `object`, or into a new block of `struct_size` bytes when
+ * `object` is null. The whole structure is cleared first, so members whose keys are missing are 0;
+ * heap strings it held must be freed before. Returns the structure; null when the text does not
+ * parse (the structure is as it was).
+ */
+HYBASE_API void* cjson_string2object(const kinfo_t* kinfo, const char* text, void* object);
+
+/*
+ * Reads an array of objects from `text`; structures lie `struct_size` bytes apart.
+ * With an `array`: fills at most `max_count` structures. Without: all of them, into a new block,
+ * which is also made (and must be freed) when there are none. All structures are cleared first.
+ * `count`, which may be null, receives the number of structures, 0 on failure.
+ * Returns the array; null when the text does not parse or memory is short.
+ */
+HYBASE_API void* cjson_string2object_array(const kinfo_t* kinfo, const char* text, void* array,
+                                           int32_t max_count, int32_t* count);
+
+/*
+ * Frees the heap strings inside one structure, those in arrays included, and sets their pointers to
+ * null. It does not descend into nested structures (call it with their table), destroys no vector
+ * and does not free the structure.
+ */
+HYBASE_API void cjson_string2object_free(const kinfo_t* kinfo, void* object);
+
+/* cjson_string2object_free on `count` structures. */
+HYBASE_API void cjson_string2object_array_free(const kinfo_t* kinfo, void* array, int32_t count);
+
+/* New text of the structure, formatted. Null when memory is short. */
+HYBASE_API char* cjson_object2string(const kinfo_t* kinfo, const void* object);
+
+/* New text of an array of `count` structures, formatted. Null when memory is short. */
+HYBASE_API char* cjson_object_array2string(const kinfo_t* kinfo, const void* array, int32_t count);
+
+/*
+ * As cjson_string2object, from a tree that stays the caller's, but clears nothing: a key that is
+ * missing leaves the caller's value, and in a block that is made here it leaves the member
+ * undefined. Do not pass such a block to cjson_string2object_free unless every heap string had its
+ * key.
+ */
+HYBASE_API void* cjson_json2object(const kinfo_t* kinfo, const cJSON* json, void* object);
+
+/* As cjson_string2object_array, from a tree that stays the caller's; clears only an array made
+ * here. */
+HYBASE_API void* cjson_json2object_array(const kinfo_t* kinfo, const cJSON* json, void* array,
+                                         int32_t max_count, int32_t* count);
+
+/* The same as cjson_string2object_array_free. */
+HYBASE_API void cjson_json2object_array_free(const kinfo_t* kinfo, void* array, int32_t count);
+
+/*
+ * Fills `vector`, cleared first, or a new one of `struct_size` bytes an item when `vector` is null,
+ * with one structure an element of the array. A key that is missing repeats the value of the
+ * element before (0 in the first), so that two items may hold the same heap string. Returns the
+ * vector; null when the tree is null or memory is short (a given vector then holds the elements
+ * that had room).
+ */
+HYBASE_API HVector* cjson_json2hvector(const kinfo_t* kinfo, const cJSON* json, HVector* vector);
+
+/*
+ * New array of objects, one an item. Items smaller than `struct_size` and a null vector give an
+ * empty array. Null when memory is short.
+ */
+HYBASE_API cJSON* cjson_hvector2json(const kinfo_t* kinfo, const HVector* vector);
+
+/* New object. Null when memory is short. */
+HYBASE_API cJSON* cjson_object2json(const kinfo_t* kinfo, const void* object);
+
+/* New array of `count` objects. Null when memory is short. */
+HYBASE_API cJSON* cjson_object_array2json(const kinfo_t* kinfo, const void* array, int32_t count);
+
+#ifdef __cplusplus
+}
+
+#if UINTPTR_MAX == UINT32_MAX
+static_assert(sizeof(kinfo_t) == 36 && offsetof(kinfo_t, key) == 8 &&
+                  offsetof(kinfo_t, sub_key) == 20,
+              "nine 32-bit columns");
+#endif
+#endif
+
+#endif
