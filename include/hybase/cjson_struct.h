@@ -23,31 +23,30 @@
  * type code, does not compile. docs/struct-mapping.md walks through a complete example.
  *
  * From JSON:
- * - Keys match regardless of letter case; the first that matches counts. A key that is missing
- * leaves its member as it is; keys the table does not know are ignored.
- * - Integers are taken from cJSON's `valueint` (a number beyond the range of int is held at its
- * nearest end) and cut to the width of the member. A value that is not a number counts as 0, true
- * as 1.
- * - A null in an array is skipped: its element stays as it is; a vector gets no item for it. Only
- * the string types take it, as the empty string and the null pointer.
- * - A heap string (KINFO_STRPTR) or vector (KINFO_VECTOR) is always new; what the member pointed to
- *   before is overwritten and never freed.
+ * - Keys match regardless of letter case; the first that matches counts. A missing key leaves its
+ *   member as it is; keys that the table does not know are ignored.
+ * - Integers are taken from cJSON's `valueint` (a number beyond the range of int is held at the
+ *   nearer end) and cut to the width of the member. What is no number counts as 0, true as 1.
+ * - A null in an array leaves its element as it is; only elements of the string types become empty
+ *   strings and null pointers. A vector gets no item for a null.
+ * - Heap strings (KINFO_STRPTR) and vectors (KINFO_VECTOR) are made anew; what the member pointed
+ *   to before is overwritten and never freed.
  *
  * To JSON:
  * - Members appear in the order of the table.
- * - A null heap string gives no member, and no element in an array. A null vector gives an empty
- * array.
+ * - A null heap string gives no member, in an array no element. A null vector, or one whose items
+ *   are smaller than their type, gives an empty array.
  *
- * Ownership: structures and vectors that a call makes are the caller's, so are the heap strings and
- * vectors inside them. Structures and arrays are freed with free(), vectors with HVector_Destroy(),
- * trees with cJSON_Delete(), texts with cJSON_free().
+ * Ownership: structures, arrays and vectors that a call makes are the caller's, and so are the heap
+ * strings and vectors inside of them. Structures, arrays and heap strings are freed with free(),
+ * vectors with HVector_Destroy(), trees with cJSON_Delete(), texts with cJSON_free().
  *
- * Failures: null, where a result is a pointer. A null table, text, tree or structure, a text that
- * does not parse and a lack of memory for the result itself are failures; the reading calls print
- * "[NAME OF THE CALL] json_assert failed\n" then. A row that cannot be converted prints
- * " %d Not Support\n" with the offending type code, or "ERROR: kinfo[i].sub_key should not be NULL"
- * for structures in an array or vector without a table of their own; the other rows are still
- * converted. All texts go to standard output.
+ * Failures: the result is null. A null table, text, tree or structure, a text that does not parse
+ * and a lack of memory for the result are failures; the calls that read JSON then print
+ * "[NAME OF THE CALL] json_assert failed\n". A row that cannot be converted prints
+ * " %d Not Support\n" with the type code of its elements, or "ERROR: kinfo[i].sub_key should not be
+ * NULL\n" for an array or vector of structures without a table; the other rows are still converted.
+ * All of this goes to standard output.
  *
  * Threads: no shared state. Calls may run at the same time on different structures.
  */
@@ -83,7 +82,7 @@ enum {
     KINFO_BOOL    /* int32_t, not 0 for true: only the literal true gives 1, the number 1 gives 0 */
 };
 
-/* One row. The macros below fill it; a row written by hand leaves what its type does not need at 0.
+/* One row. The macros below fill it; a row written by hand leaves at 0 what its type does not need.
  */
 typedef struct kinfo_s kinfo_t;
 struct kinfo_s {
@@ -243,15 +242,13 @@ HYBASE_API char* cjson_object2string(const kinfo_t* kinfo, const void* object);
 HYBASE_API char* cjson_object_array2string(const kinfo_t* kinfo, const void* array, int32_t count);
 
 /*
- * As cjson_string2object, from a tree that stays the caller's, but clears nothing: a key that is
- * missing leaves the caller's value, and in a block that is made here it leaves the member
- * undefined. Do not pass such a block to cjson_string2object_free unless every heap string had its
- * key.
+ * As cjson_string2object, from a tree that stays the caller's, but clears nothing: a missing key
+ * leaves the caller's value; in a new block it leaves the member undefined, so such a block may go
+ * to cjson_string2object_free only when every heap string had its key.
  */
 HYBASE_API void* cjson_json2object(const kinfo_t* kinfo, const cJSON* json, void* object);
 
-/* As cjson_string2object_array, from a tree that stays the caller's; clears only an array made
- * here. */
+/* As cjson_string2object_array, from a tree that stays the caller's; clears only a new array. */
 HYBASE_API void* cjson_json2object_array(const kinfo_t* kinfo, const cJSON* json, void* array,
                                          int32_t max_count, int32_t* count);
 
@@ -259,18 +256,16 @@ HYBASE_API void* cjson_json2object_array(const kinfo_t* kinfo, const cJSON* json
 HYBASE_API void cjson_json2object_array_free(const kinfo_t* kinfo, void* array, int32_t count);
 
 /*
- * Fills `vector`, cleared first, or a new one of `struct_size` bytes an item when `vector` is null,
- * with one structure an element of the array. A key that is missing repeats the value of the
- * element before (0 in the first), so that two items may hold the same heap string. Returns the
- * vector; null when the tree is null or memory is short (a given vector then holds the elements
- * that had room).
+ * One structure an element of the array, into `vector`, which is cleared first, or into a new one
+ * with items of `struct_size` bytes when `vector` is null. A missing key repeats the value of the
+ * element before (0 in the first): two items may then hold the same heap string. Returns the
+ * vector; null when the tree is null or memory is short (a given vector then has the items that
+ * found room).
  */
 HYBASE_API HVector* cjson_json2hvector(const kinfo_t* kinfo, const cJSON* json, HVector* vector);
 
-/*
- * New array of objects, one an item. Items smaller than `struct_size` and a null vector give an
- * empty array. Null when memory is short.
- */
+/* New array of objects, one an item; an empty one for items smaller than `struct_size` and for a
+   null vector. Null when memory is short. */
 HYBASE_API cJSON* cjson_hvector2json(const kinfo_t* kinfo, const HVector* vector);
 
 /* New object. Null when memory is short. */
