@@ -49,27 +49,23 @@ kinfo_t Vector(int32_t type, int32_t item_size, const kinfo_t* table = nullptr) 
 const char kNoTable[] =
     "ERROR: kinfo[i].sub_key should not be NULL\nERROR: kinfo[i].sub_key should not be NULL\n";
 
-// Each case reads {"v": json} into bytes of `fill` and writes the structure again. No `back`: no
-// member.
+// Each case reads {"v": json} into bytes of `fill` and writes the structure again.
 const struct {
     kinfo_t row;
     const char* json;
-    const char* back;
+    const char* back;  // null: no member
     const char* said = "";
     int fill = 0;
 } kCases[] = {
     {Single(KINFO_U32), "-1", "4294967295"},
     {Single(KINFO_U32), "4294967295", "2147483647"},
-    {Single(KINFO_S32), "-3e9", "-2147483648"},
     {Single(KINFO_S32), "\"7\"", "0", "", 1},
-    {Single(KINFO_S32), "true", "1"},
     {Single(KINFO_STRING, 8), "\"0123456789\"", "\"0123456\"", "", 'x'},
     {Single(KINFO_STRING, 8), "5", "\"\"", "", 'x'},
     {Single(KINFO_STRING, 0), "\"a\"", "\"\"", "", 'x'},
-    {Single(KINFO_STRPTR), "\"heap\"", "\"heap\""},
     {Single(KINFO_STRPTR), "5", nullptr, "", 'x'},
-    {Single(KINFO_OBJECT, 10, port_table), "{\"NUMBER\":1,\"number\":2}",
-     "{\"name\":\"\",\"number\":1}"},
+    {Single(KINFO_OBJECT, 10, port_table), R"({"NUMBER":1,"number":2})",
+     R"({"name":"","number":1})"},
     {Single(KINFO_OBJECT), "{\"a\":1}", "{}"},
     {Single(15), "1", nullptr, " 99 Not Support\n"},
     // A null keeps its element, but not one of the string types.
@@ -85,24 +81,19 @@ const struct {
     {Array(KINFO_STRING, 3, 2), "[\"abcd\"]", "[\"\",\"\",\"\"]"},
     {Array(KINFO_STRPTR, 2), "[null,\"p\"]", "[\"p\"]", "", 'x'},
     {Array(KINFO_S32, 0), "[1]", "[]"},
-    {Array(KINFO_S32, -1), "[1]", "[]"},
-    {Array(KINFO_S32, 2), "7", "[0,0]"},
-    {Array(KINFO_OBJECT, 4, 40, port_table), "[null,{\"number\":256}]",
-     "[{\"name\":\"\",\"number\":0},{\"name\":\"\",\"number\":256}]"},
+    {Array(KINFO_OBJECT, 4, 40, port_table), R"([null,{"number":256}])",
+     R"([{"name":"","number":0},{"name":"","number":256}])"},
     {Array(KINFO_OBJECT, 4, 40, port_table), "[]", "[]"},
     {Array(KINFO_OBJECT, 4, 40), "[{},{}]", nullptr, kNoTable},
     {Array(KINFO_ARRAY, 2), "[1,2]", nullptr, " 12 Not Support\n 12 Not Support\n"},
     {Vector(KINFO_U8, 1), "[1,null,300]", "[1,44]"},
-    {Vector(KINFO_U8, 4), "[300]", "[44]"},
     {Vector(KINFO_U32, 4), "[-1]", "[4294967295]"},
     {Vector(KINFO_S32, 16), "[-5]", "[-5]"},
-    {Vector(KINFO_FLOAT, 4), "[2,0.1]",
-     "[0,-1.5881868392106856e-23]"},  // first bytes of the double
-    {Vector(KINFO_DOUBLE, 8), "[0.1,2]", "[0.1,2]"},
+    // The first bytes of the double, not its value.
+    {Vector(KINFO_FLOAT, 4), "[2,0.1]", "[0,-1.5881868392106856e-23]"},
     {Vector(KINFO_STRING, 4), "[\"abcd\",5,\"e\"]", "[\"abc\",\"\",\"e\"]"},
-    {Vector(KINFO_OBJECT, sizeof(Port), port_table), "[{\"name\":\"a\"},null,{\"number\":2}]",
-     "[{\"name\":\"a\",\"number\":0},{\"name\":\"\",\"number\":2}]"},
-    {Vector(KINFO_BOOL, 4), "[true,1]", "[true,false]"},
+    {Vector(KINFO_OBJECT, 10, port_table), R"([{"name":"a"},null,{"number":2}])",
+     R"([{"name":"a","number":0},{"name":"","number":2}])"},
     // Items too small for their type are neither read nor written beyond.
     {Vector(KINFO_S32, 2), "[1]", "[]"},
     {Vector(KINFO_STRPTR, 2), "[\"p\"]", "[]"},
@@ -123,9 +114,7 @@ TEST(CjsonStruct, EveryTypeConvertsByItsOwnRuleAndStopsNoOther) {
         const std::string text = Compact(cjson_object2json(table, &holder));
         EXPECT_EQ(testing::internal::GetCapturedStdout(), c.said) << c.json;
         EXPECT_EQ(text, c.back ? "{\"v\":" + std::string(c.back) + ",\"next\":5}" : "{\"next\":5}");
-        HVector* vector;
-        memcpy(&vector, holder.v, sizeof vector);
-        if (c.row.type == KINFO_VECTOR) HVector_Destroy(vector);
+        if (c.row.type == KINFO_VECTOR) HVector_Destroy(*reinterpret_cast<HVector**>(holder.v));
         cjson_string2object_free(table, &holder);
         cjson_string2object_free(table, &holder);  // the pointers are null by now
     }
@@ -148,23 +137,31 @@ const kinfo_t string_table[] = {
 };
 
 TEST(CjsonStruct, TextsAreFormattedAndStringsEndWithTheirMember) {
-    auto* s = static_cast<Strings*>(cjson_string2object(
-        string_table, R"({"names":["a","b"],"heap":"h","heaps":["v"],"PORT-1":{"number":1}})",
-        nullptr));
+    const char* text = R"({"names":["a","b"],"heap":"h","heaps":["v"],"PORT-1":{"number":1}})";
+    auto* s = static_cast<Strings*>(cjson_string2object(string_table, text, nullptr));
     EXPECT_EQ(memcmp(s->names, "a\0\0\0b\0\0", 8), 0);
-    memset(s->names, 'n', sizeof s->names);
-    cjson_json2object(string_table, Tree(cJSON_Parse(R"({"names":["a"]})")).get(), s);
-    EXPECT_EQ(memcmp(s->names, "a\0\0\0nnnn", 8), 0);
+    memset(s, 'x', sizeof s->text + sizeof s->names);
+    cjson_json2object(string_table, Tree(cJSON_Parse(R"({"text":"t","names":["a"]})")).get(), s);
+    EXPECT_EQ(memcmp(s->text, "t\0x\0a\0\0\0xxxx", 12), 0);
     memset(s->text, 't', sizeof s->text);
     EXPECT_EQ(Taken(cjson_object2string(string_table, s)),
-              "{\n\t\"text\":\t\"tttt\",\n\t\"names\":\t[\"a\", \"nnnn\"],\n\t\"heap\":\t\"h\",\n"
+              "{\n\t\"text\":\t\"tttt\",\n\t\"names\":\t[\"a\", \"xxxx\"],\n\t\"heap\":\t\"h\",\n"
               "\t\"heaps\":\t[\"v\"],\n\t\"Port-1\":\t{\n\t\t\"name\":\t\"\",\n\t\t\"number\":"
               "\t1\n\t}\n}");
     free(*static_cast<char**>(HVector_At(s->heaps, 0)));
     HVector_Destroy(s->heaps);
+    s->heaps = nullptr;
     cjson_string2object_array_free(string_table, s, 1);
+    EXPECT_EQ(Taken(cjson_object2string(string_table, s)).find("\"heap\""), std::string::npos);
     free(s);
 }
+
+const char kAllFailed[] = R"([cjson_string2object] json_assert failed
+[cjson_string2object_array] json_assert failed
+[cjson_json2object] json_assert failed
+[cjson_json2object_array] json_assert failed
+[cjson_json2hvector] json_assert failed
+)";
 
 TEST(CjsonStruct, FailuresNameTheCallAndGiveNull) {
     int32_t count = 5;
@@ -176,22 +173,20 @@ TEST(CjsonStruct, FailuresNameTheCallAndGiveNull) {
     EXPECT_EQ(cjson_json2object(port_table, nullptr, &port), nullptr);
     EXPECT_EQ(cjson_json2object_array(port_table, nullptr, &port, 1, nullptr), nullptr);
     EXPECT_EQ(cjson_json2hvector(port_table, nullptr, nullptr), nullptr);
-    EXPECT_EQ(
-        testing::internal::GetCapturedStdout(),
-        "[cjson_string2object] json_assert failed\n[cjson_string2object_array] json_assert failed\n"
-        "[cjson_json2object] json_assert failed\n[cjson_json2object_array] json_assert failed\n"
-        "[cjson_json2hvector] json_assert failed\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), kAllFailed);
     EXPECT_EQ(count, 0);
     EXPECT_EQ(cjson_string2object(empty, "{\"name\":1}", &port), &port);
-    EXPECT_STREQ(port.name, "old");
     EXPECT_EQ(Compact(cjson_object2json(empty, &port)), "{}");
+    Tree tree(cjson_object2json(port_table, &port));
+    port.name[0] = 'O';
+    EXPECT_EQ(Compact(tree.release()), R"({"name":"old","number":1})");
     EXPECT_EQ(cjson_object2string(port_table, nullptr), nullptr);
     EXPECT_EQ(cjson_object_array2json(port_table, nullptr, 1), nullptr);
     EXPECT_EQ(Compact(cjson_hvector2json(port_table, nullptr)), "[]");
 }
 
 TEST(CjsonStruct, ArraysAreFilledUpToTheMaximumOrMadeForAll) {
-    const char* text = R"([{"name":"a","number":1},{"number":2},{}])";
+    const char* text = R"([{"name":"a","number":1},{"number":2},{"number":3}])";
     const Tree tree(cJSON_Parse(text));
     int32_t count = -1;
     Port ports[3] = {{"x", 7}, {"y", 8}, {"z", 9}};
@@ -208,7 +203,7 @@ TEST(CjsonStruct, ArraysAreFilledUpToTheMaximumOrMadeForAll) {
     void* made = cjson_json2object_array(port_table, tree.get(), nullptr, 1, &count);
     EXPECT_EQ(count, 3);
     EXPECT_EQ(Compact(cjson_object_array2json(port_table, made, count)),
-              R"([{"name":"a","number":1},{"name":"","number":2},{"name":"","number":0}])");
+              R"([{"name":"a","number":1},{"name":"","number":2},{"name":"","number":3}])");
     free(made);
     made = cjson_string2object_array(port_table, "[]", nullptr, 9, nullptr);
     EXPECT_NE(made, nullptr);
@@ -222,12 +217,20 @@ TEST(CjsonStruct, VectorsOfStructuresRepeatWhatAnElementLeavesOut) {
         HVector* given = item_size ? HVector_Create(item_size, 1) : nullptr;
         HVector* vector = cjson_json2hvector(port_table, tree.get(), given);
         EXPECT_EQ(HVector_GetItemSize(vector), given ? 100 : sizeof(Port));
-        EXPECT_EQ(cjson_json2hvector(port_table, tree.get(), vector),
-                  vector);  // cleared, not added to
-        EXPECT_EQ(Compact(cjson_hvector2json(port_table, vector)),
-                  R"([{"name":"","number":1},{"name":"b","number":1}])");
+        vector = cjson_json2hvector(port_table, tree.get(), vector);  // cleared, not added to
+        Tree back(cjson_hvector2json(port_table, vector));
         HVector_Destroy(vector);
+        EXPECT_EQ(Compact(back.release()), R"([{"name":"","number":1},{"name":"b","number":1}])");
     }
+}
+
+TEST(CjsonStruct, NumbersEnterVectorsAsTheBytesOfAnInt) {
+    const kinfo_t bytes[] = {Vector(KINFO_U8, 4), KINFO_END};
+    const kinfo_t ints[] = {Vector(KINFO_S32, 4), KINFO_END};
+    Holder holder;
+    cjson_string2object(bytes, R"({"v":[300]})", &holder);
+    EXPECT_EQ(Compact(cjson_object2json(ints, &holder)), R"({"v":[300]})");
+    HVector_Destroy(*reinterpret_cast<HVector**>(holder.v));
 }
 
 struct Node {
