@@ -30,13 +30,13 @@ struct Shape {
 // Members are moved as bytes: packed structures have them at any address.
 template <typename T>
 void Store(void* at, T value) {
-    memcpy(at, &value, sizeof value);
+    memcpy(at, &value, sizeof(T));
 }
 
 template <typename T>
 T Load(const void* at) {
     T value;
-    memcpy(&value, at, sizeof value);
+    memcpy(&value, at, sizeof(T));
     return value;
 }
 
@@ -138,8 +138,7 @@ void FillSingle(const Shape& shape, const cJSON* item, char* at) {
 
 void FillElement(const Shape& shape, const cJSON* item, char* at) {
     if (shape.type == KINFO_STRING) {
-        // Unlike a single string, an element is copied whole: what the text leaves free becomes
-        // zero.
+        // Unlike a single string, an element is written whole: zeros fill what the text leaves.
         if (shape.size == 0) return;
         strncpy(at, item->valuestring ? item->valuestring : "", shape.size);
         at[shape.size - 1] = 0;
@@ -155,8 +154,8 @@ void FillElements(const Shape& shape, const cJSON* items, int32_t count, char* a
         FillElement(shape, item, at);
 }
 
-// A number enters a vector as the first bytes of what cJSON holds: of the int, or of the double
-// even for a vector of float. Existing readers of such vectors rely on it.
+// Wanted so: a number enters a vector as the first bytes of what cJSON holds, of the int or of the
+// double, even into a vector of float.
 int32_t TypeInVector(int32_t type) {
     if (type >= KINFO_U8 && type <= KINFO_S32) return KINFO_S32;
     return type == KINFO_FLOAT ? KINFO_DOUBLE : type;
@@ -168,8 +167,8 @@ void FillVector(const kinfo_t& row, const cJSON* items, char* at) {
     Store(at, vector);
     if (!HasElements(row) || !vector) return;
     const Shape shape{TypeInVector(row.sub_type), row.sub_size, row.sub_key};
-    if (shape.type == KINFO_STRPTR && row.sub_size < Width(shape))
-        return;  // half a pointer is none
+    const bool holds_pointer = row.sub_size >= Width({KINFO_STRPTR, 0, nullptr});
+    if (shape.type == KINFO_STRPTR && !holds_pointer) return;
 
     const size_t room = std::max(row.sub_size, Width(shape));
     Buffer buffer(static_cast<char*>(malloc(room)));
@@ -182,8 +181,8 @@ void FillVector(const kinfo_t& row, const cJSON* items, char* at) {
     }
 }
 
-// What cJSON_GetObjectItem finds, in half the time: letters that differ in more than the bit of
-// their case settle most comparisons without a call.
+// What cJSON_GetObjectItem finds, with fewer calls: first letters that differ in more than the bit
+// of their case settle most comparisons.
 const cJSON* FindMember(const cJSON* object, const char* key) {
     for (const cJSON* item = object->child; item; item = item->next)
         if (item->string && ((item->string[0] ^ key[0]) & ~0x20) == 0 &&
@@ -309,8 +308,7 @@ int32_t CountUsed(const Shape& shape, const char* at, int32_t count) {
 cJSON* ArrayOf(const Maker& maker, const kinfo_t& row, const char* at) {
     if (!HasElements(row)) return nullptr;
     Shape shape = ArrayElement(row);
-    // Unlike a single member and a vector's items, KINFO_U32 elements have always been written
-    // signed.
+    // Wanted so: elements appear signed, unlike a single member and unlike a vector's items.
     if (shape.type == KINFO_U32) shape.type = KINFO_S32;
     const int32_t count = shape.type == KINFO_OBJECT ? CountUsed(shape, at, row.count) : row.count;
     return ElementsOf(maker, shape, at, count);
@@ -318,8 +316,7 @@ cJSON* ArrayOf(const Maker& maker, const kinfo_t& row, const char* at) {
 
 cJSON* ItemsOf(const Maker& maker, Shape shape, const HVector* vector) {
     shape.size = static_cast<int32_t>(HVector_GetItemSize(vector));
-    // Items lie back to back in the vector's block. Where they are too small for their type there
-    // is nothing to be read.
+    // Items lie back to back in the vector's block. Too small for their type, they are not read.
     const int32_t count = shape.size < Width(shape) ? 0 : HVector_Cnt(vector);
     return ElementsOf(maker, shape, static_cast<const char*>(HVector_At(vector, 0)), count);
 }
