@@ -30,13 +30,13 @@ struct Shape {
 // Members are moved as bytes: packed structures have them at any address.
 template <typename T>
 void Store(void* at, T value) {
-    memcpy(at, &value, sizeof(T));
+    memcpy(at, &value, sizeof value);
 }
 
 template <typename T>
 T Load(const void* at) {
     T value;
-    memcpy(&value, at, sizeof(T));
+    memcpy(&value, at, sizeof value);
     return value;
 }
 
@@ -164,7 +164,7 @@ int32_t TypeInVector(int32_t type) {
 void FillVector(const kinfo_t& row, const cJSON* items, char* at) {
     HVector* vector =
         row.sub_size < 0 ? nullptr : HVector_Create(row.sub_size, cJSON_GetArraySize(items));
-    Store(at, vector);
+    Store<void*>(at, vector);
     if (!HasElements(row) || !vector) return;
     const Shape shape{TypeInVector(row.sub_type), row.sub_size, row.sub_key};
     const bool holds_pointer = row.sub_size >= Width({KINFO_STRPTR, 0, nullptr});
@@ -325,7 +325,8 @@ cJSON* MemberOf(const Maker& maker, const kinfo_t& row, const char* at) {
     if (row.type == KINFO_ARRAY) return ArrayOf(maker, row, at);
     if (row.type == KINFO_VECTOR) {
         if (!HasElements(row)) return nullptr;
-        return ItemsOf(maker, {row.sub_type, 0, row.sub_key}, Load<const HVector*>(at));
+        return ItemsOf(maker, {row.sub_type, 0, row.sub_key},
+                       static_cast<const HVector*>(Load<const void*>(at)));
     }
     if (IsSingle(row.type)) return SingleOf(maker, {row.type, row.size, row.sub_key}, at);
     printf(" %d Not Support\n", row.sub_type);
