@@ -7,6 +7,8 @@ set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 
 set(HYBASE_ARM_SYSROOT "${CMAKE_CURRENT_LIST_DIR}/../build/arm-sysroot" CACHE PATH
     "Folder with the unpacked armhf packages")
+# The compiler checks read this file anew and must see the same folder.
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES HYBASE_ARM_SYSROOT)
 get_filename_component(sysroot "${HYBASE_ARM_SYSROOT}" ABSOLUTE)
 set(sysroot_lib "${sysroot}/usr/lib/arm-linux-gnueabihf")
 
