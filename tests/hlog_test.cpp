@@ -1,0 +1,79 @@
+// Records as they reach the console and the callback.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <hybase/hlog.h>
+#include <hyplatform/arch.h>
+#include <stdlib.h>
+
+#include <string>
+
+static int64_t now_us = 1714564800007999;
+int64_t arch_gettimeofday(void) { return now_us; }
+
+namespace {
+
+#define TAIL "[c.cpp:12][f] x\n\033[0m\033[37m\033[0m"
+const hlogParam_t kEverything = {99, 99, 0, "", 1048576, 5};
+std::string received;
+
+void Receive(const char* text, int32_t len) { received.append(text, len); }
+
+std::string Printed(std::initializer_list<int32_t> levels) {
+    testing::internal::CaptureStdout();
+    for (int32_t level : levels) EXPECT_EQ(hlog_printf_ex(level, "/a/b/c.cpp", "f", 12, "x\n"), 0);
+    return testing::internal::GetCapturedStdout();
+}
+
+// First in the file: it needs the settings that a process starts with.
+TEST(HlogConsole, ShowsLevelsUpToTwoWithLocalTimeByDefault) {
+    setenv("TZ", "EST5", 1);
+    EXPECT_EQ(Printed({5, 4, 3, 2, 1}), "\033[37m[2024-05-01 07:00:00.007][INFO]" TAIL
+                                        "\033[33m[2024-05-01 07:00:00.007][WARN]" TAIL);
+    now_us += 3600992001;
+    EXPECT_EQ(Printed({0}), "\033[31m[2024-05-01 08:00:01.000][ERR]" TAIL);
+}
+
+TEST(HlogConsole, EveryLevelHasItsNameAndPrefix) {
+    hlog_set_param(&kEverything);
+    EXPECT_EQ(Printed({0, 1, 2, 3, 4, 5, 99, 100, INT32_MIN}),
+              "\033[31m[ERR]" TAIL "\033[33m[WARN]" TAIL "\033[37m[INFO]" TAIL
+              "\033[37m[TRACE]" TAIL "\033[37m[DEBUG]" TAIL "ERR[ALL]" TAIL "ERR[ALL]" TAIL
+              "\033[31m[ERR]" TAIL);
+}
+
+TEST(HlogCallback, CutsRecordsOfMoreThan2042Characters) {
+    const struct {
+        int func, message;
+        bool cut;
+    } cases[] = {{1, 2023, false}, {1, 2024, true}, {1, 3000, true},  {2024, 0, false},
+                 {2025, 0, true},  {2029, 1, true}, {2030, 50, true}, {3000, 0, true}};
+    hlog_regirst(Receive);
+    for (const auto& c : cases) {
+        const std::string func(c.func, 'f'), message(c.message, 'm');
+        std::string expected = "[ERR][c.cpp:12][" + func + "] " + message;
+        if (c.cut) expected = expected.substr(0, 2015) + "[log is too long, cut off]\n";
+        received.clear();
+        hlog_printf_ex(0, "c.cpp", func.c_str(), 12, "%s", message.c_str());
+        EXPECT_EQ(received, expected) << c.func << ' ' << c.message;
+    }
+}
+
+TEST(HlogCallback, MayChangeTheLoggerItRunsUnder) {
+    hlog_regirst([](const char*, int32_t) {
+        hlog_set_param(&kEverything);
+        HLOG_ERR("must not come back here\n");
+        hlog_regirst(Receive);
+    });
+    received.clear();
+    errno = ENOENT;
+    HLOG_ALL("to the first callback\n");
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(received, "");
+    hlog_printf_ex(5, nullptr, nullptr, -1, "to the second\n");
+    EXPECT_EQ(received, "[ALL][(null):-1][(null)] to the second\n");
+    EXPECT_EQ(Printed({0}), "");
+    hlog_regirst(nullptr);
+    EXPECT_EQ(Printed({0}), "\033[31m[ERR]" TAIL);
+}
+
+}  // namespace
