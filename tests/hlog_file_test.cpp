@@ -89,17 +89,18 @@ TEST_F(HlogFile, TrimmingTakesOneFileAPassAndNeverTheFolder) {
 std::string received;
 
 TEST_F(HlogFile, RecordsReachTheCallbackWhateverBecomesOfTheFile) {
-    hlog_regirst([](const char* text, int32_t) { received += text + 18; });
+    hlog_regirst([](const char* text, int32_t) { received += strstr(text, "] ") + 2; });
     rlimit limit;
     getrlimit(RLIMIT_FSIZE, &limit);
     const rlimit full_disk = {20, limit.rlim_max};
     signal(SIGXFSZ, SIG_IGN);
-    Printed([] { Open(1 << 20, 5, 0); });
+    Printed([] { Open(1 << 20, 5, 4); });
     setrlimit(RLIMIT_FSIZE, &full_disk);
     Log(0, "one, ");
     Log(0, "two, ");
     setrlimit(RLIMIT_FSIZE, &limit);
     Log(0, "three, ");
+    EXPECT_EQ(Log(4, "below the file's level, "), 0);
     EXPECT_EQ(fs::file_size("logs/2024-05-02-00000001.log"), 45u);
 
     fs::rename("logs/2024-05-02-00000001.log", "logs/2024-05-03-00000001.log");
@@ -113,7 +114,7 @@ TEST_F(HlogFile, RecordsReachTheCallbackWhateverBecomesOfTheFile) {
     EXPECT_EQ(Printed([] { EXPECT_EQ(Log(0, "five, "), 24); }),
               failed + "create log file: logs/2024-05-02-00000001.log\n" + failed);
     EXPECT_EQ(Log(0, "six"), 0);
-    EXPECT_EQ(received, "one, two, three, four, five, six");
+    EXPECT_EQ(received, "one, two, three, below the file's level, four, five, six");
     hlog_regirst(nullptr);
 }
 

@@ -8,19 +8,28 @@
 #include <string>
 
 static int64_t now_us = 1714564800007999;
-int64_t arch_gettimeofday(void) { return now_us; }
+
+int64_t arch_gettimeofday(void) {
+    errno = EIO;
+    return now_us;
+}
 
 namespace {
 
-#define TAIL "[c.cpp:12][f] x\n\033[0m\033[37m\033[0m"
+#define TAIL "[c.cpp:12][f] x: No such file or directory\n\033[0m\033[37m\033[0m"
 const hlogParam_t kEverything = {99, 99, 0, "", 1048576, 5};
 std::string received;
 
 void Receive(const char* text, int32_t len) { received.append(text, len); }
 
 std::string Printed(std::initializer_list<int32_t> levels) {
+    const char* format = "%s: %m\n";
     testing::internal::CaptureStdout();
-    for (int32_t level : levels) EXPECT_EQ(hlog_printf_ex(level, "/a/b/c.cpp", "f", 12, "x\n"), 0);
+    for (int32_t level : levels) {
+        errno = ENOENT;
+        EXPECT_EQ(hlog_printf_ex(level, "/a/b/c.cpp", "f", 12, format, "x"), 0);
+        EXPECT_EQ(errno, ENOENT);
+    }
     return testing::internal::GetCapturedStdout();
 }
 
@@ -39,6 +48,16 @@ TEST(HlogConsole, EveryLevelHasItsNameAndPrefix) {
               "\033[31m[ERR]" TAIL "\033[33m[WARN]" TAIL "\033[37m[INFO]" TAIL
               "\033[37m[TRACE]" TAIL "\033[37m[DEBUG]" TAIL "ERR[ALL]" TAIL "ERR[ALL]" TAIL
               "\033[31m[ERR]" TAIL);
+}
+
+TEST(HlogConsole, TakesNamesOfAnyLength) {
+    for (int length : {123, 124, 3000}) {
+        const std::string func(length, 'f');
+        testing::internal::CaptureStdout();
+        hlog_printf_ex(4, "c.cpp", func.c_str(), INT32_MIN, "%s", "");
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  "\033[37m[DEBUG][c.cpp:-2147483648][" + func + "] \033[0m\033[37m\033[0m");
+    }
 }
 
 TEST(HlogCallback, CutsRecordsOfMoreThan2042Characters) {
@@ -65,9 +84,7 @@ TEST(HlogCallback, MayChangeTheLoggerItRunsUnder) {
         hlog_regirst(Receive);
     });
     received.clear();
-    errno = ENOENT;
     HLOG_ALL("to the first callback\n");
-    EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(received, "");
     hlog_printf_ex(5, nullptr, nullptr, -1, "to the second\n");
     EXPECT_EQ(received, "[ALL][(null):-1][(null)] to the second\n");
