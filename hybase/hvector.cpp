@@ -32,8 +32,7 @@ constexpr int32_t kNullHandle = -6;
 constexpr int32_t kBadIndexOfSetAt = -11;
 constexpr int32_t kDefaultCapacity = 8;
 
-// Bytes of a block; false when they do not fit into a size_t (*bytes is then the product's low
-// part).
+// Bytes of a block; false when a size_t cannot hold them, *bytes then has their low part.
 bool BlockBytes(int32_t capacity, uint32_t item_size, size_t* bytes) {
     return !__builtin_mul_overflow(static_cast<size_t>(capacity), item_size, bytes);
 }
@@ -89,8 +88,7 @@ inline void CopyItem(void* slot, const void* item, uint32_t item_size) {
 __attribute__((noinline)) bool Grow(HVector* vector) {
     if (vector->count >= vector->capacity) {
         if (vector->capacity > INT32_MAX / 2) return false;
-        // Written before the block is had, and kept when it cannot be had: the record promises
-        // that.
+        // Set before the block is had, and deliberately kept when it cannot be had.
         vector->capacity *= 2;
     }
     size_t bytes;

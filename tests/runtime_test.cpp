@@ -1,0 +1,151 @@
+#include <gtest/gtest.h>
+#include <hybase/hcutil/HCLazyDelete.h>
+#include <hybase/hcutil/HCObjVector.h>
+#include <hybase/hcutil/HCPtrKeeper.h>
+#include <unistd.h>
+
+#include <string>
+#include <thread>
+
+#include "support/vtable_slots.h"
+#include "support/watched_realloc.h"
+
+namespace {
+
+struct Worker : HCThread {
+    using HCThread::HCThread;
+    void* OnThread(void* userdata) override {
+        auto* steps = static_cast<std::atomic<int>*>(userdata);  // outlives the worker
+        ++*steps;
+        usleep(20000);
+        ++*steps;
+        return userdata;
+    }
+    std::string Name() const { return std::string(m_szName, sizeof m_szName); }
+};
+
+TEST(Thread, IsJoinedOnceAfterEachStartAndByItsDestructorButNotWhenDetached) {
+    std::atomic<int> steps{0};
+    void *result = nullptr, *again = nullptr;
+    {
+        Worker worker(nullptr, false, &steps);
+        worker.Join(&again);  // not started yet
+        EXPECT_NE(worker.StartThread(), nullptr);
+        worker.Join(&result);
+        EXPECT_EQ(result, &steps);
+        worker.Join(&again);
+        EXPECT_NE(worker.StartThread(), nullptr);
+        while (steps < 3) usleep(1000);
+    }
+    EXPECT_EQ(steps, 4);
+    Worker detached(nullptr, true, &steps);
+    EXPECT_NE(detached.StartThread(), nullptr);
+    detached.Join(&again);
+    EXPECT_LT(steps, 6);
+    EXPECT_EQ(again, nullptr);
+    while (steps < 6) usleep(1000);
+}
+
+TEST(Thread, CopiesItsNameAsABlockOf32Bytes) {
+    std::string block = std::string("NetPackage") + '\0' + std::string(40, 'n');
+    EXPECT_EQ(Worker(block.data(), false, nullptr).Name(), block.substr(0, 32));
+    EXPECT_EQ(Worker(nullptr, false, nullptr).Name(), std::string(32, '\0'));
+}
+
+// The objects that are gone, each a decimal digit, the first one in front.
+struct Gone {
+    std::atomic<int> digits{0};
+    // Milliseconds from `start` until `digits` has grown to `value`; gives up after five seconds.
+    int64_t MsUntil(int value, int64_t start) const {
+        while (digits < value && arch_getSystemStartupMs() < start + 5000) usleep(2000);
+        return arch_getSystemStartupMs() - start;
+    }
+};
+
+struct Obj : HCObjOfVector {
+    Obj(Gone* list, int digit, int delay_sec = 0) : gone(list), id(digit), delay(delay_sec) {}
+    ~Obj() override { gone->digits = gone->digits * 10 + id; }
+    int TryDelayDelete() override { return delay; }
+    Gone* gone;
+    int id, delay;
+};
+
+TEST(LazyDelete, DeletesAtThePollThatEndsTheDelayAndOwnsNothingItRefused) {
+    struct Collector : HCLazyDelete {};
+    Gone gone;
+    Obj refused(&gone, 9), endless(&gone, 8);
+    int64_t start = arch_getSystemStartupMs();
+    {
+        Collector collector;
+        for (int delay : {0, -1, 1001}) EXPECT_EQ(collector.AddItem(&refused, delay), -3);
+        EXPECT_EQ(collector.AddItem(&endless, 1000), 0);
+        EXPECT_EQ(collector.AddItem(new Obj(&gone, 3), 2), 0);
+        for (int id : {2, 1}) EXPECT_EQ(collector.AddItem(new Obj(&gone, id), 1), 0);
+        for (int i = 4; i < 64; i++) EXPECT_EQ(collector.AddItem(nullptr, 1), 0);
+        realloc_refuses = true;
+        EXPECT_EQ(collector.AddItem(&refused, 1), -4);
+        realloc_refuses = false;
+        EXPECT_NEAR(gone.MsUntil(12, start), 1000, 400);
+        EXPECT_NEAR(gone.MsUntil(123, start), 2000, 400);
+    }
+    EXPECT_LT(gone.MsUntil(0, start), 2900);  // the thread left at its next poll
+    EXPECT_EQ(gone.digits, 123);
+}
+
+TEST(ObjVector, KeepsFindsAndDisposesOfItsObjects) {
+    Gone gone;
+    Obj replaced(&gone, 9), refused(&gone, 8, 1001);
+    {
+        HCObjVector objects;
+        HCObjOfVector* one = new Obj(&gone, 1);
+        EXPECT_EQ(objects.Append(&replaced), 0);
+        EXPECT_EQ(objects.Append(nullptr), 0);
+        EXPECT_EQ(objects.Insert(new Obj(&gone, 2), 1), 0);
+        EXPECT_EQ(objects.SetAt(3, one), -11);
+        EXPECT_EQ(objects.SetAt(0, one), 0);
+        EXPECT_EQ(objects.Swap(0, 2), 0);  // now null, 2, 1
+        EXPECT_EQ(objects.GetIndex(one, nullptr), 2);
+        EXPECT_EQ(objects.GetIndex(&replaced, nullptr), -11);
+        for (int index : {0, -1, 3}) EXPECT_EQ(objects.Del(index), -11);
+        EXPECT_EQ(objects.GetCnt(), 3);
+        EXPECT_EQ(objects.Del(1), 0);
+        EXPECT_EQ(gone.digits, 2);
+        for (auto* obj : {new Obj(&gone, 5, 1), &refused, new Obj(&gone, 3)}) objects.Append(obj);
+        EXPECT_EQ(objects.Clear(), 0);
+        EXPECT_EQ(gone.digits, 213);  // the one with a delay follows
+        EXPECT_EQ(objects.Append(new Obj(&gone, 4)), 0);
+    }
+    EXPECT_EQ(gone.digits, 2134);
+    EXPECT_LT(gone.MsUntil(21345, arch_getSystemStartupMs()), 1400);
+}
+
+TEST(PtrKeeper, GivesHandlesInOrderAndLocksTheEntryLookedUp) {
+    HCPtrKeeper keeper;
+    for (int i = 1; i <= 3; i++) EXPECT_EQ(keeper.Add(&keeper, 40 + i, 1LL << (40 + i)), i);
+    keeper.Delete(2);
+    EXPECT_EQ(keeper.Add(nullptr, 0, 0), 4);
+    HCPtrKeeper::Value_t* value = keeper.GetAndLock(3);
+    EXPECT_TRUE(value->ptr == &keeper && value->type == 43 && value->data == 1LL << 43);
+    std::atomic<bool> deleted{false};
+    std::thread other([&] { keeper.Delete(3), deleted = true; });
+    usleep(50000);
+    EXPECT_FALSE(deleted);
+    keeper.Unlock(3);
+    other.join();
+    value = keeper.GetAndLock(3);  // an empty entry by now
+    EXPECT_TRUE(value->ptr == nullptr && value->type == 0 && value->data == 0);
+    keeper.Unlock(3);
+}
+
+TEST(RuntimeObjects, HaveTheirVirtualFunctionsInOrderBehindTheDestructors) {
+    using V = HCObjVector;
+    const int slots[] = {VtableSlot(&V::Clear),  VtableSlot(&V::Append), VtableSlot(&V::Insert),
+                         VtableSlot(&V::Del),    VtableSlot(&V::SetAt),  VtableSlot(&V::Swap),
+                         VtableSlot(&V::GetCnt), VtableSlot(&V::At),     VtableSlot(&V::GetIndex)};
+    for (int i = 0; i < 9; i++) EXPECT_EQ(slots[i], 2 + i) << i;
+    EXPECT_EQ(VtableSlot(&HCThread::OnThread), 2);
+    EXPECT_EQ(VtableSlot(&HCObjOfVector::TryDelayDelete), 2);
+    EXPECT_EQ(VtableSlot(&HCObjOfVector::IsEqual), 3);
+}
+
+}  // namespace
