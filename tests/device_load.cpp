@@ -1,7 +1,8 @@
 // Many clients at once against a running device: device_load CLIENTS CALLS MAX_MIB COMMAND...
-// Starts COMMAND (hydevice --port 0, behind an emulator if need be), lets CLIENTS log in, has each make
-// CALLS signed calls and checks every answer, the device's memory (MAX_MIB 0: not checked) and that its
-// threads are gone when the clients have left. Prints what it saw; times are shown, never judged.
+// Starts COMMAND (hydevice --port 0, behind an emulator if need be), lets CLIENTS log in, has each
+// make CALLS signed calls and checks every answer, the device's memory (MAX_MIB 0: not checked) and
+// that its threads are gone when the clients have left. Prints what it saw; times are shown, never
+// judged.
 
 #include <cjson/cJSON.h>
 #include <hybase/cjson_value.h>
@@ -148,7 +149,8 @@ int main(int argc, char** argv) {
     std::vector<std::unique_ptr<Caller>> callers;
     for (int i = 0; i < clients; i++) {
         callers.push_back(std::make_unique<Caller>(i));
-        // One after the other: a service lets five wait at its door, more would try again for seconds.
+        // One after the other: a service lets five wait at its door, more would try again for
+        // seconds.
         callers.back()->Connect(device.port);
     }
 

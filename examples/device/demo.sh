@@ -8,6 +8,7 @@ hyrpc=$2
 folder=$3
 mkdir -p "$folder"
 rm -rf "${folder:?}"/*
+mkdir "$folder/log"
 
 failures=0
 device=
@@ -61,7 +62,7 @@ step() {
 admin=(-u admin -p admin-secret)
 guest=(-u guest -p guest-secret)
 
-start_device --port 0
+start_device --port 0 --log "$folder/log" --log-bytes 2000 --log-files 3
 step "The administrator asks what device this is" 0 '"hydevice"' "${admin[@]}" "$address" device_info
 step "A guest adds two numbers" 0 '"sum":	42' "${guest[@]}" "$address" add '{"a": 40, "b": 2}'
 step "A wrong password is refused" 1 'error -32605: No User or Error Passwd' \
@@ -75,6 +76,12 @@ step "A parameter of the wrong type" 1 'error -1: add takes the numbers a and b'
 step "Logging in needs no digest" 0 '"level":	2' \
     "$address" account_login '{"name": "guest", "password": "guest-secret"}'
 
+step "The administrator changes two settings" 0 '"name":	"front door"' \
+    "${admin[@]}" "$address" config_set '{"name": "front door", "log_level": 4}'
+step "A setting of the wrong type is refused, and says why" 1 'error -1: event_seconds must be a number' \
+    "${admin[@]}" "$address" config_set '{"event_seconds": "soon"}'
+step "Everybody may read them" 0 '"event_seconds":	1' "${guest[@]}" "$address" config_get
+
 head -c 100000 /dev/urandom >"$folder/up.bin"
 step "100,000 bytes go up; the device answers with their MD5" 0 "$(md5sum <"$folder/up.bin" | cut -c 1-32)" \
     "${guest[@]}" --bin-in "$folder/up.bin" "$address" upload
@@ -83,6 +90,14 @@ step "70,000 bytes come down" 0 '"size":	70000' \
 [ "$(wc -c <"$folder/down.bin")" = 70000 ] || fail "down.bin has not 70000 bytes"
 step "Two events, as they come" 0 '"method":"event"' --watch --count 2 "$address"
 stop_device
+
+printf '\n\033[1mWhat the device logged: files of 2,000 bytes, the three newest are kept\033[0m\n'
+ls -l "$folder/log" | tail -n +2 | awk '{ print "   " $1, $5, $NF }'
+newest=$(ls "$folder/log" | tail -n 1)
+tail -n 3 "$folder/log/$newest" | sed 's/^/   /'
+count=$(ls "$folder/log" | wc -l)
+[ "$count" -ge 2 ] && [ "$count" -le 3 ] || fail "$count log files, expected 2 or 3"
+grep -q 'download by guest from 127.0.0.1: 0' "$folder"/log/*.log || fail "the download was not logged"
 
 start_device --unix "hydevice-demo-$$"
 step "The same over an abstract Unix socket" 0 '"sum":	-1.5' \

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <cjson/cJSON.h>
 #include <hybase/hcutil/HCUnixSocket.h>
+#include <hybase/hlog.h>
 #include <hyplatform/arch.h>
 #include <netinet/in.h>
 #include <stdio.h>
@@ -12,9 +13,9 @@ namespace {
 
 constexpr int kBufferBytes = 64 * 1024;  // grows by itself for larger requests
 
-// The engine leaves the place of the last binary data in the context, so a request without any would
-// show its handler those of an earlier one. Every request that parses is answered, and every answer
-// comes through here.
+// The engine leaves the place of the last binary data in the context, so a request without any
+// would show its handler those of an earlier one. Every request that parses is answered, and every
+// answer comes through here.
 std::atomic<grpcSendFunc> g_send_response{nullptr};
 
 int32_t SendAndForgetBinary(_grpc_t* context, const char* data, int32_t len) {
@@ -58,6 +59,7 @@ void Device::AddAccount(const char* name, const char* password, int level) {
 
 bool Device::Start(const Options& options) {
     m_options = options;
+    ConfigureLog(m_config);
     if (!options.unix_name.empty()) {
         m_server.SetSocket(new HCUnixSocket);
         return m_server.StartService(Methods(), kBufferBytes, options.unix_name.c_str(), 0) == 0;
@@ -73,12 +75,40 @@ std::string Device::ListeningAt() const {
     return m_options.ip + ":" + std::to_string(m_options.port);
 }
 
-void Device::NotifyEvent() {
+void Device::Tick() {
+    const int period = GetConfig().event_seconds;
+    if (++m_ticks % period != 0) return;
     cJSON* json = cJSON_CreateObject();
     cJSON_AddNumberToObject(json, "number", ++m_events);
     cJSON_AddNumberToObject(json, "uptime_ms", static_cast<double>(arch_getSystemStartupMs()));
     m_server.Send2Client(nullptr, "event", json, nullptr, 0);
     cJSON_Delete(json);
+}
+
+Config Device::GetConfig() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_config;
+}
+
+bool Device::SetConfig(const cJSON* json, std::string& error) {
+    Config config = GetConfig();
+    if (!ApplyConfig(json, config, error)) return false;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_config = config;
+    }
+    ConfigureLog(config);
+    return true;
+}
+
+// Setting the logger up begins a new file, so it is done only when something changes.
+void Device::ConfigureLog(const Config& config) {
+    if (m_log_level == config.log_level) return;
+    m_log_level = config.log_level;
+    hlogParam_t param = {config.log_level,    HLOG_LEVEL_INFO,    1, "",
+                         m_options.log_bytes, m_options.log_files};
+    snprintf(param.dir, sizeof param.dir, "%s", m_options.log_folder.c_str());
+    hlog_set_param(&param);
 }
 
 const grpcUser_t* Device::FindAccount(const std::string& name) const {

@@ -26,9 +26,12 @@ sigset_t BlockStopSignals() {
 int main(int argc, char** argv) {
     hydevice::Options options;
     switch (hydevice::ParseOptions(argc, argv, options)) {
-        case hydevice::ParseResult::kDone: return 0;
-        case hydevice::ParseResult::kBadUsage: return 2;
-        default: break;
+        case hydevice::ParseResult::kDone:
+            return 0;
+        case hydevice::ParseResult::kBadUsage:
+            return 2;
+        default:
+            break;
     }
     sigset_t stop_signals = BlockStopSignals();
     hydevice::Device device;
@@ -40,7 +43,7 @@ int main(int argc, char** argv) {
     fflush(stdout);
 
     const timespec second = {1, 0};
-    while (sigtimedwait(&stop_signals, nullptr, &second) < 0) device.NotifyEvent();
+    while (sigtimedwait(&stop_signals, nullptr, &second) < 0) device.Tick();
     printf("stopped\n");
     return 0;
 }

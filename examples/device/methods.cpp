@@ -1,9 +1,10 @@
-// The methods of the device. Each gets the request in context->json, adds its results to the root of
-// that tree and returns 0, or says what is wrong and returns non-zero.
+// The methods of the device. Each gets the request in context->json, adds its results to the root
+// of that tree and returns 0, or says what is wrong and returns non-zero.
 
 #include <cjson/cJSON.h>
 #include <hybase/cjson_value.h>
 #include <hybase/grpc.h>
+#include <hybase/hlog.h>
 #include <hyplatform/arch.h>
 #include <hyplatform/utl_md5.h>
 #include <stdio.h>
@@ -37,17 +38,48 @@ void AddHex(cJSON* json, const char* key, const unsigned char (&digest)[16]) {
     cJSON_AddStringToObject(json, key, text);
 }
 
+struct Info {
+    char model[16];
+    char name[32];
+    char host[64];
+    double uptime_ms;
+    int32_t served;
+    char peer[48];
+};
+
+const kinfo_t g_info_table[] = {
+    KINFO_ROW(Info, model, KINFO_STRING),
+    KINFO_ROW(Info, name, KINFO_STRING),
+    KINFO_ROW(Info, host, KINFO_STRING),
+    KINFO_ROW(Info, uptime_ms, KINFO_DOUBLE),
+    KINFO_ROW(Info, served, KINFO_S32),
+    KINFO_ROW(Info, peer, KINFO_STRING),
+    KINFO_END,
+};
+
 int32_t DeviceInfo(_grpc_t* context) {
-    char host[64] = "";
-    gethostname(host, sizeof host - 1);
-    grpcConnInfo_t peer = grpc_get_connection_info(context);
-    cJSON_AddStringToObject(context->json, "model", "hydevice");
-    cJSON_AddStringToObject(context->json, "host", host);
-    cJSON_AddNumberToObject(context->json, "uptime_ms",
-                            static_cast<double>(arch_getSystemStartupMs()));
-    cJSON_AddNumberToObject(context->json, "served", Owner(context)->m_served);
-    cJSON_AddStringToObject(context->json, "peer", peer.addr);
+    Info info{};
+    snprintf(info.model, sizeof info.model, "hydevice");
+    snprintf(info.name, sizeof info.name, "%s", Owner(context)->GetConfig().name);
+    gethostname(info.host, sizeof info.host - 1);
+    info.uptime_ms = static_cast<double>(arch_getSystemStartupMs());
+    info.served = Owner(context)->m_served;
+    snprintf(info.peer, sizeof info.peer, "%s", grpc_get_connection_info(context).addr);
+    cJSON_AddItemToObject(context->json, "info", cjson_object2json(g_info_table, &info));
     return 0;
+}
+
+int32_t ConfigGet(_grpc_t* context) {
+    Config config = Owner(context)->GetConfig();
+    cJSON_AddItemToObject(context->json, "config", cjson_object2json(g_config_table, &config));
+    return 0;
+}
+
+int32_t ConfigSet(_grpc_t* context) {
+    std::string error;
+    if (!Owner(context)->SetConfig(Param(context), error))
+        return Fail(context, kBadParam, error.c_str());
+    return ConfigGet(context);
 }
 
 int32_t Add(_grpc_t* context) {
@@ -103,20 +135,28 @@ int32_t ResetCounters(_grpc_t* context) {
     return 0;
 }
 
-// Counts what a handler serves.
+// Counts and logs what a handler serves.
 template <grpcMethodFunc handler>
-int32_t Counted(_grpc_t* context) {
+int32_t Served(_grpc_t* context) {
     Owner(context)->m_served++;
-    return handler(context);
+    const char* method = cJSON_GetObjectValueString(context->json, "method");
+    if (Owner(context)->GetConfig().print_requests != 0)
+        printf("%s by %s\n", method, context->s_user);
+    const int32_t result = handler(context);
+    HLOG_INFO("%s by %s from %s: %d\n", method, context->s_user,
+              grpc_get_connection_info(context).addr, result);
+    return result;
 }
 
 grpcMethod_t g_methods[] = {
-    {"device_info", Counted<DeviceInfo>, 2},
-    {"add", Counted<Add>, 2},
-    {"upload", Counted<Upload>, 2},
-    {"download", Counted<Download>, 2},
-    {"account_login", Counted<AccountLogin>, 2},
-    {"reset_counters", Counted<ResetCounters>, 0},
+    {"device_info", Served<DeviceInfo>, 2},
+    {"add", Served<Add>, 2},
+    {"upload", Served<Upload>, 2},
+    {"download", Served<Download>, 2},
+    {"account_login", Served<AccountLogin>, 2},
+    {"config_get", Served<ConfigGet>, 2},
+    {"config_set", Served<ConfigSet>, 0},
+    {"reset_counters", Served<ResetCounters>, 0},
     {nullptr, nullptr, 0},
 };
 

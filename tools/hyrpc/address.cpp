@@ -22,8 +22,8 @@ bool ParsePort(const std::string& text, unsigned short& port) {
     return true;
 }
 
-// Splits at the colon that stands before the port: behind the bracket of an IPv6 address, else the only
-// one. False when there is none.
+// Splits at the colon that stands before the port: behind the bracket of an IPv6 address, else the
+// only one. False when there is none.
 bool SplitPort(const std::string& text, std::string& host, std::string& port) {
     if (text[0] == '[') {
         size_t bracket = text.find("]:");

@@ -12,8 +12,8 @@ struct Address {
     std::string text;  // as it was typed, for messages
 };
 
-// Reads HOST:PORT, [V6]:PORT or unix:NAME; host names are looked up. On failure `error` says what is
-// wrong with the text, and the result is false.
+// Reads HOST:PORT, [V6]:PORT or unix:NAME; host names are looked up. On failure `error` says what
+// is wrong with the text, and the result is false.
 bool ParseAddress(const std::string& text, Address& address, std::string& error);
 
 }  // namespace hyrpc

@@ -83,19 +83,26 @@ Outcome Client::Call(const std::string& binary, Response& response) {
 
 Outcome Client::Watch() {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(lock, [this] {
-        return m_failed || (m_options.count > 0 && m_printed >= m_options.count);
-    });
+    m_changed.wait(
+        lock, [this] { return m_failed || (m_options.count > 0 && m_printed >= m_options.count); });
     return m_failed ? m_failure : Outcome::kAnswered;
 }
 
 void Client::OnEvent(NPEvent_e ev) {
     std::lock_guard<std::mutex> lock(m_mutex);
     switch (ev) {
-        case NPE_LOGIN_OK: m_ready = true; break;
-        case NPE_CONNECT_FAILED: m_failure = Outcome::kConnectFailed; break;
-        case NPE_LOGIN_FAILED: m_failure = Outcome::kLoginRefused; break;
-        default: m_failure = Outcome::kLost; break;
+        case NPE_LOGIN_OK:
+            m_ready = true;
+            break;
+        case NPE_CONNECT_FAILED:
+            m_failure = Outcome::kConnectFailed;
+            break;
+        case NPE_LOGIN_FAILED:
+            m_failure = Outcome::kLoginRefused;
+            break;
+        default:
+            m_failure = Outcome::kLost;
+            break;
     }
     if (ev != NPE_LOGIN_OK) m_failed = true;
     m_changed.notify_all();
@@ -106,7 +113,8 @@ void Client::PkgReceived(unsigned int type, char* data, int len) {
         PrintNotification(data);
         return;
     }
-    // The engine keeps the place of the last binary data; only what this message brings counts here.
+    // The engine keeps the place of the last binary data; only what this message brings counts
+    // here.
     m_pGrpc->recv_bin = nullptr;
     m_pGrpc->recv_bin_len = 0;
     HCTCPGrpcClient::PkgReceived(type, data, len);

@@ -3,9 +3,9 @@
 
 #include <stdio.h>
 
+#include <hybase/hcutil/HCTCPGrpcClient.h>
 #include <chrono>
 #include <condition_variable>
-#include <hybase/hcutil/HCTCPGrpcClient.h>
 #include <mutex>
 #include <string>
 
@@ -33,7 +33,8 @@ class Client : public HCTCPGrpcClient {
     // Connects and waits until the device let us in, at most options.timeout_seconds.
     Outcome Open();
 
-    // Sends the call, with `binary` behind it, and waits for its response for what is left of the time.
+    // Sends the call, with `binary` behind it, and waits for its response for what is left of the
+    // time.
     Outcome Call(const std::string& binary, Response& response);
 
     // Waits until options.count notifications were printed, for ever when that is 0.

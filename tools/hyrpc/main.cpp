@@ -22,7 +22,9 @@ using hyrpc::Response;
 
 enum ExitStatus { kSucceeded = 0, kMethodError = 1, kNoAnswer = 2, kBadUsage = 3 };
 
-void LogToStderr(const char* text, int32_t len) { fwrite(text, 1, static_cast<size_t>(len), stderr); }
+void LogToStderr(const char* text, int32_t len) {
+    fwrite(text, 1, static_cast<size_t>(len), stderr);
+}
 void DropLog(const char*, int32_t) {}
 
 // Results go to a stream of their own: what the library prints on standard output while it works
@@ -43,10 +45,14 @@ FILE* SeparateResults(bool verbose) {
 std::string Describe(Outcome outcome, const Options& options) {
     const std::string& address = options.address.text;
     switch (outcome) {
-        case Outcome::kConnectFailed: return "cannot connect to " + address;
-        case Outcome::kLoginRefused: return address + " refused the login record";
-        case Outcome::kNoLoginReply: return address + " did not answer the login as a device does";
-        case Outcome::kLost: return "connection to " + address + " lost before the answer";
+        case Outcome::kConnectFailed:
+            return "cannot connect to " + address;
+        case Outcome::kLoginRefused:
+            return address + " refused the login record";
+        case Outcome::kNoLoginReply:
+            return address + " did not answer the login as a device does";
+        case Outcome::kLost:
+            return "connection to " + address + " lost before the answer";
         default:
             return "no answer from " + address + " within " +
                    std::to_string(options.timeout_seconds) + " s";
@@ -88,8 +94,8 @@ ExitStatus Run(const Options& options, FILE* results) {
         fprintf(stderr, "hyrpc: cannot read %s: %s\n", options.bin_in.c_str(), strerror(errno));
         return kBadUsage;
     }
-    // Never deleted: the connection's thread may be inside a wait of many seconds, and there is nobody
-    // left who needs it to end in order.
+    // Never deleted: the connection's thread may be inside a wait of many seconds, and there is
+    // nobody left who needs it to end in order.
     auto* client = new Client(options, results);
     Response response;
     Outcome outcome = client->Open();
@@ -107,9 +113,12 @@ ExitStatus Run(const Options& options, FILE* results) {
 int main(int argc, char** argv) {
     Options options;
     switch (hyrpc::ParseOptions(argc, argv, options)) {
-        case hyrpc::ParseResult::kDone: return kSucceeded;
-        case hyrpc::ParseResult::kBadUsage: return kBadUsage;
-        default: break;
+        case hyrpc::ParseResult::kDone:
+            return kSucceeded;
+        case hyrpc::ParseResult::kBadUsage:
+            return kBadUsage;
+        default:
+            break;
     }
     signal(SIGPIPE, SIG_IGN);
     FILE* results = SeparateResults(options.verbose);

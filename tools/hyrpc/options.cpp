@@ -36,12 +36,18 @@ constexpr char kUsage[] =
 enum LongOption { kBinIn = 256, kBinOut, kWatch, kCount };
 
 const option kLongOptions[] = {
-    {"user", required_argument, nullptr, 'u'},    {"password", required_argument, nullptr, 'p'},
-    {"login", required_argument, nullptr, 'l'},   {"timeout", required_argument, nullptr, 't'},
-    {"bin-in", required_argument, nullptr, kBinIn}, {"bin-out", required_argument, nullptr, kBinOut},
-    {"watch", no_argument, nullptr, kWatch},      {"count", required_argument, nullptr, kCount},
-    {"verbose", no_argument, nullptr, 'v'},       {"help", no_argument, nullptr, 'h'},
-    {"version", no_argument, nullptr, 'V'},       {nullptr, 0, nullptr, 0},
+    {"user", required_argument, nullptr, 'u'},
+    {"password", required_argument, nullptr, 'p'},
+    {"login", required_argument, nullptr, 'l'},
+    {"timeout", required_argument, nullptr, 't'},
+    {"bin-in", required_argument, nullptr, kBinIn},
+    {"bin-out", required_argument, nullptr, kBinOut},
+    {"watch", no_argument, nullptr, kWatch},
+    {"count", required_argument, nullptr, kCount},
+    {"verbose", no_argument, nullptr, 'v'},
+    {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, 'V'},
+    {nullptr, 0, nullptr, 0},
 };
 
 ParseResult Refuse(const std::string& reason) {
@@ -84,27 +90,44 @@ ParseResult ParseOptions(int argc, char** argv, Options& options) {
         int letter = getopt_long(argc, argv, "u:p:l:t:vhV", kLongOptions, nullptr);
         if (letter == -1) break;
         switch (letter) {
-            case 'u': options.user = optarg; break;
+            case 'u':
+                options.user = optarg;
+                break;
             case 'p':
                 options.password = optarg;
                 options.has_password = true;
                 break;
-            case 'l': options.login_record = optarg; break;
+            case 'l':
+                options.login_record = optarg;
+                break;
             case 't':
                 if (!ParseCount(optarg, kMaxSeconds, options.timeout_seconds))
                     return Refuse("-t takes seconds, 1 to 86400");
                 break;
-            case kBinIn: options.bin_in = optarg; break;
-            case kBinOut: options.bin_out = optarg; break;
-            case kWatch: options.watch = true; break;
+            case kBinIn:
+                options.bin_in = optarg;
+                break;
+            case kBinOut:
+                options.bin_out = optarg;
+                break;
+            case kWatch:
+                options.watch = true;
+                break;
             case kCount:
                 if (!ParseCount(optarg, 1000000000, options.count))
                     return Refuse("--count takes a number above 0");
                 break;
-            case 'v': options.verbose = true; break;
-            case 'h': fputs(kUsage, stdout); return ParseResult::kDone;
-            case 'V': puts("hyrpc " HYRPC_VERSION); return ParseResult::kDone;
-            default: return Refuse(std::string("bad option '") + argv[optind - 1] + "'");
+            case 'v':
+                options.verbose = true;
+                break;
+            case 'h':
+                fputs(kUsage, stdout);
+                return ParseResult::kDone;
+            case 'V':
+                puts("hyrpc " HYRPC_VERSION);
+                return ParseResult::kDone;
+            default:
+                return Refuse(std::string("bad option '") + argv[optind - 1] + "'");
         }
     }
     if (options.user.empty() == options.has_password) return Refuse("-u and -p go together");

@@ -10,8 +10,8 @@ namespace hyrpc {
 struct Options {
     Address address;
     std::string method;
-    std::string param;    // JSON text, empty for none
-    std::string user;     // empty: calls carry no digest
+    std::string param;  // JSON text, empty for none
+    std::string user;   // empty: calls carry no digest
     std::string password;
     bool has_password = false;
     std::string login_record;  // empty: the library's default record
@@ -25,8 +25,8 @@ struct Options {
 
 enum class ParseResult { kRun, kDone, kBadUsage };
 
-// Reads the command line. kDone: --help or --version was printed; kBadUsage: one line on stderr says
-// what is wrong.
+// Reads the command line. kDone: --help or --version was printed; kBadUsage: one line on stderr
+// says what is wrong.
 ParseResult ParseOptions(int argc, char** argv, Options& options);
 
 }  // namespace hyrpc
