@@ -89,6 +89,7 @@ TEST_F(HlogFile, TrimmingTakesOneFileAPassAndNeverTheFolder) {
 std::string received;
 
 TEST_F(HlogFile, RecordsReachTheCallbackWhateverBecomesOfTheFile) {
+    received.clear();
     hlog_regirst([](const char* text, int32_t) { received += strstr(text, "] ") + 2; });
     rlimit limit;
     getrlimit(RLIMIT_FSIZE, &limit);
