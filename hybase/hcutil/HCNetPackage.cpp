@@ -7,6 +7,7 @@
 #include <limits.h>
 #include <stdint.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -131,6 +132,13 @@ HCNetPackage::~HCNetPackage() {
 
 void HCNetPackage::StopThread() {
     m_bRun = false;
+    // A login under way would wait up to 5 seconds for its reply. In this state, and under the
+    // mutex, the descriptor is the connected one.
+    if (m_nConnectState == NPS_CONNECTED) {
+        HCMutex lock(m_hSendMutex);
+        if (m_nConnectState == NPS_CONNECTED && m_pSocket != nullptr)
+            shutdown(m_pSocket->m_nSocket, SHUT_RDWR);
+    }
     Join(nullptr);
 }
 
@@ -318,7 +326,8 @@ bool HCNetPackage::_ConnectIfNeeded() {
         return false;
     }
     m_nConnectState = NPS_CONNECTED;
-    _ClientLoginIfNeeded();
+    // In this order, so that a StopThread meanwhile either sees the state or is seen here.
+    if (m_bRun) _ClientLoginIfNeeded();
     if (m_nConnectState == NPS_READY) return true;
     m_nConnectState = NPS_DISCONNECTED;
     return false;

@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <memory>
+#include <new>
+#include <utility>
 
 namespace {
 

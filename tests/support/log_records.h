@@ -1,0 +1,44 @@
+// Collects what the library logs, as "LEVEL function: message", while an object of this class lives.
+#ifndef HYBASE_TESTS_LOG_RECORDS_H
+#define HYBASE_TESTS_LOG_RECORDS_H
+
+#include <hybase/hlog.h>
+
+#include <mutex>
+#include <regex>
+#include <string>
+#include <vector>
+
+class LogRecords {
+  public:
+    LogRecords() {
+        hlogParam_t param{};
+        param.console_level = HLOG_LEVEL_INFO;
+        hlog_set_param(&param);
+        hlog_regirst(Append);
+    }
+    ~LogRecords() {
+        hlog_regirst(nullptr);
+        Take();
+    }
+
+    // The records since the last call.
+    std::vector<std::string> Take() {
+        std::vector<std::string> taken;
+        const std::lock_guard<std::mutex> lock(mutex_);
+        taken.swap(records_);
+        return taken;
+    }
+
+  private:
+    static void Append(const char* text, int32_t) {
+        static const std::regex header(R"(^\[(\w+)\]\[[^:]+:\d+\]\[(\w+)\] )");
+        const std::lock_guard<std::mutex> lock(mutex_);
+        records_.push_back(std::regex_replace(text, header, "$1 $2: "));
+    }
+
+    static inline std::mutex mutex_;
+    static inline std::vector<std::string> records_;
+};
+
+#endif
