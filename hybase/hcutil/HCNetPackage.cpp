@@ -166,6 +166,12 @@ void HCNetPackage::StartAsServer(int bufsize, HCSocket* sock) {
         HLOG_ERR("StartAsServer err  Socket is NULL.\n");
         return;
     }
+    AdoptClient(sock);
+    Launch(bufsize);
+}
+
+// Everything of StartAsServer but the thread, which the packet service starts a little later.
+void HCNetPackage::AdoptClient(HCSocket* sock) {
     StopThread();
     m_bRun = true;
     m_bServer = true;
@@ -177,7 +183,6 @@ void HCNetPackage::StartAsServer(int bufsize, HCSocket* sock) {
     // Last: from here on other threads may send.
     m_nConnectState = NPS_READY;
     OnEvent(NPE_LOGIN_OK);
-    Launch(bufsize);
 }
 
 void HCNetPackage::Launch(int bufsize) {

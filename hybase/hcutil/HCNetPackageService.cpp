@@ -131,11 +131,13 @@ void HCNetPackageService::Admit(std::unique_ptr<HCSocket> sock) {
     HCNetPackage* connection = CreateServer();
     // A client that nobody serves: the socket goes, so that the peer sees a close, not silence.
     if (connection == nullptr) return;
-    connection->StartAsServer(m_nBufSize, sock.release());
+    connection->AdoptClient(sock.release());
+    // The thread starts last, so that a handler of the first request finds its own connection here.
     LockForChange();
-    int appended = Append(connection);
+    bool kept = Append(connection) >= 0;
+    if (kept) connection->Launch(m_nBufSize);
     UnlockAfterChange();
-    if (appended >= 0) return;
+    if (kept) return;
     HLOG_ERR("no memory to keep a connection\n");
     delete connection;
 }

@@ -1,11 +1,11 @@
-// Collects what the library logs, as "LEVEL function: message", while an object of this class lives.
+// Collects what the library logs, as "LEVEL function: message", while an object of this class
+// lives.
 #ifndef HYBASE_TESTS_LOG_RECORDS_H
 #define HYBASE_TESTS_LOG_RECORDS_H
 
 #include <hybase/hlog.h>
 
 #include <mutex>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -31,10 +31,16 @@ class LogRecords {
     }
 
   private:
+    // "[LEVEL][file:line][function] message"
     static void Append(const char* text, int32_t) {
-        static const std::regex header(R"(^\[(\w+)\]\[[^:]+:\d+\]\[(\w+)\] )");
+        const std::string record = text;
+        const size_t level_end = record.find("][");
+        const size_t name = record.find("][", level_end + 1) + 2;
+        const size_t name_end = record.find("] ", name);
         const std::lock_guard<std::mutex> lock(mutex_);
-        records_.push_back(std::regex_replace(text, header, "$1 $2: "));
+        records_.push_back(record.substr(1, level_end - 1) + " " +
+                           record.substr(name, name_end - name) + ": " +
+                           record.substr(name_end + 2));
     }
 
     static inline std::mutex mutex_;

@@ -212,6 +212,8 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     struct SilenceWatch;
     enum class Step { kGoOn, kNextPass, kLost };
 
+    friend class HCNetPackageService;  // calls the two halves of StartAsServer
+    void AdoptClient(HCSocket* sock);
     void Launch(int bufsize);
     void SetHost(const char* host);
     bool AllocRecvBuf(int size);
