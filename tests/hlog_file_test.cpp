@@ -42,7 +42,7 @@ int32_t Log(int32_t level, const char* text) {
 // Each test works in a folder of its own, on the log files in "logs".
 struct HlogFile : testing::Test {
     HlogFile() { fs::current_path(mkdtemp(path.data())), fs::create_directory("logs"); }
-    ~HlogFile() { Open(1, 1, -1, ""), fs::remove_all(path); }
+    ~HlogFile() override { Open(1, 1, -1, ""), fs::remove_all(path); }
     std::string path = testing::TempDir() + "hlogXXXXXX";
     const std::string dots = "[delete]file:. is not log file\n[delete]file:.. is not log file\n";
 };
@@ -73,7 +73,7 @@ TEST_F(HlogFile, NumbersGoOnAndAFileWithRoomIsFilledBeforeTheNext) {
 }
 
 TEST_F(HlogFile, TrimmingTakesOneFileAPassAndNeverTheFolder) {
-    std::ofstream("logs/2024-04-30-1.log");
+    std::ofstream("logs/2024-04-30-1.log") << "";
     EXPECT_EQ(Printed([] { Open(1, -1, -1); }),
               "lstname: 2024-04-30-1.log\nret: 4\ncreate log file: logs/2024-05-02-00000002.log\n" +
                   dots + "too many log file, delete 2024-04-30-1.log\n" + dots +

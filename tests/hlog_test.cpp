@@ -51,6 +51,7 @@ TEST(HlogConsole, EveryLevelHasItsNameAndPrefix) {
 }
 
 TEST(HlogConsole, TakesNamesOfAnyLength) {
+    hlog_set_param(&kEverything);
     for (int length : {123, 124, 3000}) {
         const std::string func(length, 'f');
         testing::internal::CaptureStdout();
@@ -66,18 +67,22 @@ TEST(HlogCallback, CutsRecordsOfMoreThan2042Characters) {
         bool cut;
     } cases[] = {{1, 2023, false}, {1, 2024, true}, {1, 3000, true},  {2024, 0, false},
                  {2025, 0, true},  {2029, 1, true}, {2030, 50, true}, {3000, 0, true}};
+    hlog_set_param(&kEverything);
     hlog_regirst(Receive);
     for (const auto& c : cases) {
         const std::string func(c.func, 'f'), message(c.message, 'm');
-        std::string expected = "[ERR][c.cpp:12][" + func + "] " + message;
+        std::string expected = "[ERR][c.cpp:12][";
+        expected.append(func).append("] ").append(message);
         if (c.cut) expected = expected.substr(0, 2015) + "[log is too long, cut off]\n";
         received.clear();
         hlog_printf_ex(0, "c.cpp", func.c_str(), 12, "%s", message.c_str());
         EXPECT_EQ(received, expected) << c.func << ' ' << c.message;
     }
+    hlog_regirst(nullptr);
 }
 
 TEST(HlogCallback, MayChangeTheLoggerItRunsUnder) {
+    hlog_set_param(&kEverything);
     hlog_regirst([](const char*, int32_t) {
         hlog_set_param(&kEverything);
         HLOG_ERR("must not come back here\n");
