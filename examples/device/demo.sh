@@ -82,6 +82,14 @@ step "A setting of the wrong type is refused, and says why" 1 'error -1: event_s
     "${admin[@]}" "$address" config_set '{"event_seconds": "soon"}'
 step "Everybody may read them" 0 '"event_seconds":	1' "${guest[@]}" "$address" config_get
 
+printf '\n\033[1mA peer in another language, written from docs/protocol.md alone\033[0m\n'
+echo "$ tests/peer.py ${address/:/ } guest guest-secret"
+if python3 tests/peer.py "${address%:*}" "${address##*:}" guest guest-secret; then
+    echo "   logged in, got the right sum, was refused with a wrong password"
+else
+    fail "the peer did not get what it should"
+fi
+
 head -c 100000 /dev/urandom >"$folder/up.bin"
 step "100,000 bytes go up; the device answers with their MD5" 0 "$(md5sum <"$folder/up.bin" | cut -c 1-32)" \
     "${guest[@]}" --bin-in "$folder/up.bin" "$address" upload
