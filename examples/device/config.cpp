@@ -26,16 +26,18 @@ const kinfo_t* FindRow(const char* key) {
     return nullptr;
 }
 
-// The mapping takes what it can use and reads everything else as 0; whoever sets a device up wants to
-// be told instead. Empty when the item fits its row.
+// The mapping takes what it can use and reads everything else as 0; whoever sets a device up wants
+// to be told instead. Empty when the item fits its row.
 std::string Complaint(const kinfo_t& row, const cJSON* item) {
     switch (row.type) {
         case KINFO_STRING:
             if (!cJSON_IsString(item)) return "must be a text";
             if (strlen(item->valuestring) < static_cast<size_t>(row.size)) return "";
             return "must have at most " + std::to_string(row.size - 1) + " characters";
-        case KINFO_BOOL: return cJSON_IsBool(item) ? "" : "must be true or false";
-        default: break;
+        case KINFO_BOOL:
+            return cJSON_IsBool(item) ? "" : "must be true or false";
+        default:
+            break;
     }
     if (!cJSON_IsNumber(item)) return "must be a number";
     for (const auto& range : kRanges) {

@@ -18,8 +18,8 @@ struct Config {
 
 extern const kinfo_t g_config_table[];
 
-// Takes the members of `json` over into `config`. False when one of them is unknown, of the wrong type
-// or out of range: `error` then says which, and `config` is as it was.
+// Takes the members of `json` over into `config`. False when one of them is unknown, of the wrong
+// type or out of range: `error` then says which, and `config` is as it was.
 bool ApplyConfig(const cJSON* json, Config& config, std::string& error);
 
 }  // namespace hydevice

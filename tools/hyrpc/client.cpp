@@ -22,14 +22,18 @@ HCSocket* NewSocket(const Address& address) {
 Client::Client(const Options& options, FILE* notifications)
     : m_options(options),
       m_notifications(notifications),
-      m_methods{{options.method.c_str(), OnResponse, 0}, {nullptr, nullptr, 0}},
-      m_deadline(Clock::now() + std::chrono::seconds(options.timeout_seconds)) {
+      m_methods{{options.method.c_str(), OnResponse, 0}, {nullptr, nullptr, 0}} {
+    ResetDeadline();
     m_nConnectTimeout = std::max(1, options.timeout_seconds / kConnectAttempts);
     const std::string& record = options.login_record;
     if (!record.empty()) SetPasswdInfo(record.data(), static_cast<int>(record.size()));
 }
 
 Client::~Client() { StopThread(); }
+
+void Client::ResetDeadline() {
+    m_deadline = Clock::now() + std::chrono::seconds(m_options.timeout_seconds);
+}
 
 Outcome Client::Open() {
     const Address& address = m_options.address;
@@ -67,6 +71,7 @@ Outcome Client::Call(const std::string& binary, Response& response) {
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_awaited = m_pGrpc->sentcnt + 1;
+        m_answered = false;
     }
     bool sent = grpc_c_send(m_pGrpc) >= 0;
     grpc_end(m_pGrpc);
@@ -109,7 +114,7 @@ void Client::OnEvent(NPEvent_e ev) {
 }
 
 void Client::PkgReceived(unsigned int type, char* data, int len) {
-    if (type == 0 && m_options.watch) {
+    if (type == 0 && m_options.mode == Mode::kWatch) {
         PrintNotification(data);
         return;
     }
@@ -154,6 +159,7 @@ void Client::TakeResponse(_grpc_t* context) {
     m_response.message = context->errmsg;
     int32_t length = 0;
     const char* binary = static_cast<const char*>(grpc_get_recv_bindata(context, &length));
+    m_response.binary.clear();
     if (binary != nullptr) m_response.binary.assign(binary, static_cast<size_t>(length));
     m_answered = true;
     m_changed.notify_all();

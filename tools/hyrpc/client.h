@@ -26,9 +26,13 @@ struct Response {
 // The hooks run on the connection's thread; everything below m_mutex is guarded by it.
 class Client : public HCTCPGrpcClient {
   public:
-    // Notifications are written to `notifications`, one JSON line each, when options.watch is set.
+    // In watch mode notifications are written to `notifications`, one JSON line each. What the
+    // options name must outlive the client.
     Client(const Options& options, FILE* notifications);
     ~Client() override;
+
+    // Begins the time-out anew.
+    void ResetDeadline();
 
     // Connects and waits until the device let us in, at most options.timeout_seconds.
     Outcome Open();
@@ -54,7 +58,7 @@ class Client : public HCTCPGrpcClient {
     const Options& m_options;
     FILE* m_notifications;
     grpcMethod_t m_methods[2];
-    const Clock::time_point m_deadline;
+    Clock::time_point m_deadline;
 
     std::mutex m_mutex;
     std::condition_variable m_changed;

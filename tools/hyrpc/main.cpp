@@ -10,12 +10,14 @@
 #include <memory>
 #include <string>
 
+#include "bench.h"
 #include "client.h"
 #include "options.h"
 
 namespace {
 
 using hyrpc::Client;
+using hyrpc::Mode;
 using hyrpc::Options;
 using hyrpc::Outcome;
 using hyrpc::Response;
@@ -94,18 +96,26 @@ ExitStatus Run(const Options& options, FILE* results) {
         fprintf(stderr, "hyrpc: cannot read %s: %s\n", options.bin_in.c_str(), strerror(errno));
         return kBadUsage;
     }
+    if (options.mode == Mode::kBench) {
+        Outcome outcome = Outcome::kAnswered;
+        if (hyrpc::RunBench(options, binary, results, outcome)) return kSucceeded;
+        if (outcome == Outcome::kAnswered) return kMethodError;
+        fprintf(stderr, "hyrpc: %s\n", Describe(outcome, options).c_str());
+        return kNoAnswer;
+    }
     // Never deleted: the connection's thread may be inside a wait of many seconds, and there is
     // nobody left who needs it to end in order.
     auto* client = new Client(options, results);
+    const bool watch = options.mode == Mode::kWatch;
     Response response;
     Outcome outcome = client->Open();
     if (outcome == Outcome::kAnswered)
-        outcome = options.watch ? client->Watch() : client->Call(binary, response);
+        outcome = watch ? client->Watch() : client->Call(binary, response);
     if (outcome != Outcome::kAnswered) {
         fprintf(stderr, "hyrpc: %s\n", Describe(outcome, options).c_str());
         return kNoAnswer;
     }
-    return options.watch ? kSucceeded : Report(options, response, results);
+    return watch ? kSucceeded : Report(options, response, results);
 }
 
 }  // namespace

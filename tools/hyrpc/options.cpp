@@ -10,20 +10,26 @@ namespace hyrpc {
 namespace {
 
 constexpr char kUsage[] =
-    "usage: hyrpc [OPTION]... ADDRESS METHOD ['JSON']\n"
-    "       hyrpc --watch [OPTION]... ADDRESS\n"
+    "usage: hyrpc [call] [OPTION]... ADDRESS METHOD ['JSON']\n"
+    "       hyrpc watch [OPTION]... ADDRESS\n"
+    "       hyrpc bench [OPTION]... ADDRESS METHOD ['JSON']\n"
     "\n"
-    "Calls METHOD of the device at ADDRESS with the parameter JSON and prints the response.\n"
+    "call   calls METHOD of the device at ADDRESS with the parameter JSON, prints the response\n"
+    "watch  prints notifications as they come, one JSON line each\n"
+    "bench  makes the same call many times over many connections, shows rate and times\n"
+    "\n"
     "ADDRESS is HOST:PORT, [V6]:PORT or unix:NAME (an abstract Unix socket).\n"
     "\n"
-    "  -u, --user USER          account that signs the call, with -p\n"
+    "  -u, --user USER          account that signs the calls, with -p\n"
     "  -p, --password PASSWORD  its password; it does not travel, only a digest does\n"
     "  -l, --login RECORD       record that opens the connection, \"user;password\"\n"
     "  -t, --timeout SECONDS    give up after that long, default 10\n"
     "      --bin-in FILE        send FILE as binary data behind the request\n"
     "      --bin-out FILE       write the binary data behind the response to FILE\n"
-    "      --watch              print notifications as they come, one JSON line each\n"
-    "      --count N            with --watch: end after N notifications\n"
+    "      --watch              the same as the word watch\n"
+    "  -c, --connections N      bench: connections at once, default 1\n"
+    "  -n, --count N            watch: end after N notifications; bench: calls a connection,\n"
+    "                           default 100\n"
     "  -v, --verbose            what the library logs, on stderr\n"
     "  -h, --help               this page\n"
     "  -V, --version            the version\n"
@@ -33,7 +39,9 @@ constexpr char kUsage[] =
     "\n"
     "  hyrpc -u admin -p secret 127.0.0.1:8600 add '{\"a\": 1, \"b\": 2}'\n";
 
-enum LongOption { kBinIn = 256, kBinOut, kWatch, kCount };
+constexpr int kDefaultBenchCalls = 100;
+
+enum LongOption { kBinIn = 256, kBinOut, kWatch };
 
 const option kLongOptions[] = {
     {"user", required_argument, nullptr, 'u'},
@@ -43,7 +51,8 @@ const option kLongOptions[] = {
     {"bin-in", required_argument, nullptr, kBinIn},
     {"bin-out", required_argument, nullptr, kBinOut},
     {"watch", no_argument, nullptr, kWatch},
-    {"count", required_argument, nullptr, kCount},
+    {"count", required_argument, nullptr, 'n'},
+    {"connections", required_argument, nullptr, 'c'},
     {"verbose", no_argument, nullptr, 'v'},
     {"help", no_argument, nullptr, 'h'},
     {"version", no_argument, nullptr, 'V'},
@@ -63,15 +72,28 @@ bool ParseCount(const char* text, int max, int& value) {
     return true;
 }
 
+bool TakeMode(const std::string& word, Mode& mode) {
+    if (word == "call")
+        mode = Mode::kCall;
+    else if (word == "watch")
+        mode = Mode::kWatch;
+    else if (word == "bench")
+        mode = Mode::kBench;
+    else
+        return false;
+    return true;
+}
+
 ParseResult ParsePositional(int count, char** words, Options& options) {
-    int most = options.watch ? 1 : 3;
-    int least = options.watch ? 1 : 2;
+    const bool watch = options.mode == Mode::kWatch;
+    int most = watch ? 1 : 3;
+    int least = watch ? 1 : 2;
     if (count < least) return Refuse(count < 1 ? "ADDRESS is missing" : "METHOD is missing");
     if (count > most) return Refuse("too many words, quote the JSON");
     std::string error;
     if (!ParseAddress(words[0], options.address, error)) return Refuse(error);
     if (count > 1) options.method = words[1];
-    if (!options.watch && options.method.empty()) return Refuse("METHOD is empty");
+    if (!watch && options.method.empty()) return Refuse("METHOD is empty");
     if (count < 3) return ParseResult::kRun;
 
     options.param = words[2];
@@ -85,9 +107,15 @@ ParseResult ParsePositional(int count, char** words, Options& options) {
 
 ParseResult ParseOptions(int argc, char** argv, Options& options) {
     constexpr int kMaxSeconds = 24 * 3600;
+    constexpr int kMaxConnections = 1000;
+    // No address looks like one of these words.
+    if (argc > 1 && TakeMode(argv[1], options.mode)) {
+        argc--;
+        argv++;
+    }
     opterr = 0;
     for (;;) {
-        int letter = getopt_long(argc, argv, "u:p:l:t:vhV", kLongOptions, nullptr);
+        int letter = getopt_long(argc, argv, "u:p:l:t:c:n:vhV", kLongOptions, nullptr);
         if (letter == -1) break;
         switch (letter) {
             case 'u':
@@ -111,11 +139,15 @@ ParseResult ParseOptions(int argc, char** argv, Options& options) {
                 options.bin_out = optarg;
                 break;
             case kWatch:
-                options.watch = true;
+                options.mode = Mode::kWatch;
                 break;
-            case kCount:
-                if (!ParseCount(optarg, 1000000000, options.count))
-                    return Refuse("--count takes a number above 0");
+            case 'c':
+                if (!ParseCount(optarg, kMaxConnections, options.connections))
+                    return Refuse("-c takes connections, 1 to 1000");
+                break;
+            case 'n':
+                if (!ParseCount(optarg, 1000000, options.count))
+                    return Refuse("-n takes a number, 1 to 1000000");
                 break;
             case 'v':
                 options.verbose = true;
@@ -135,6 +167,7 @@ ParseResult ParseOptions(int argc, char** argv, Options& options) {
         return Refuse("a user name has at most 31 characters");
     if (options.password.size() >= sizeof(grpcAccount_t::passwd))
         return Refuse("a password has at most 127 characters");
+    if (options.mode == Mode::kBench && options.count == 0) options.count = kDefaultBenchCalls;
     return ParsePositional(argc - optind, argv + optind, options);
 }
 

@@ -7,7 +7,10 @@
 
 namespace hyrpc {
 
+enum class Mode { kCall, kWatch, kBench };
+
 struct Options {
+    Mode mode = Mode::kCall;
     Address address;
     std::string method;
     std::string param;  // JSON text, empty for none
@@ -18,8 +21,8 @@ struct Options {
     std::string bin_in;        // file sent behind the request
     std::string bin_out;       // file that takes what came behind the response
     int timeout_seconds = 10;
-    bool watch = false;
-    int count = 0;  // notifications to watch for, 0: until interrupted
+    int connections = 1;  // of the bench
+    int count = 0;  // notifications to watch for (0: until interrupted), or calls a connection
     bool verbose = false;
 };
 
