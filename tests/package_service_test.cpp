@@ -189,6 +189,7 @@ TEST_F(PackageService, ClientSurvivesARestartOverAUnixSocket) {
     Caller caller;
     caller.StartAsClient(64, name.c_str(), 0, false, new HCUnixSocket);
     for (int round = 1; round <= 2; round++) {
+        EXPECT_TRUE(Eventually([&] { return caller.m_nConnectState != NPS_READY; }));
         Listening listening;
         ASSERT_EQ(listening.Start(64, name.c_str(), 0), 0);
         EXPECT_TRUE(Eventually([&] { return caller.m_nConnectState == NPS_READY; }));
