@@ -61,7 +61,7 @@ bool ApplyConfig(const cJSON* json, Config& config, std::string& error) {
         const kinfo_t* row = FindRow(item->string);
         error = row != nullptr ? Complaint(*row, item) : "is no setting";
         if (error.empty()) continue;
-        error = std::string(item->string) + " " + error;
+        error.insert(0, std::string(item->string) + " ");
         return false;
     }
     cjson_json2object(g_config_table, json, &config);
