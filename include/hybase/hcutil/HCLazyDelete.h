@@ -37,10 +37,8 @@ class HYBASE_API HCLazyDelete : public HCThread {
     // The collector's thread.
     void* OnThread(void* userdata) override;
 
-  protected:
-    HCLazyDelete();
-
   private:
+    HCLazyDelete();  // starts the thread at once, so nothing may derive from this class
     void DeleteDue();
 
     HVector* m_pPending;  // guarded by m_hMutex
