@@ -157,8 +157,7 @@ int32_t AppendPadded(HVector* vector, const void* bytes, size_t size) {
 }
 
 HVector* DupInto(const HVector* source, HVector* destination) {
-    HVector_Clear(destination);
-    if (destination == source) return destination;
+    HVector_Clear(destination);  // the source as well when it is the same: nothing is left to copy
     // The destination's items may be wider than the source's: never read behind the last of these.
     const unsigned char* end = Slot(source, source->count);
     for (int32_t i = 0; i < source->count; i++) {

@@ -6,6 +6,7 @@
 
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "support/vtable_slots.h"
 #include "support/watched_realloc.h"
@@ -29,6 +30,7 @@ TEST(Thread, IsJoinedOnceAfterEachStartAndByItsDestructorButNotWhenDetached) {
     void *result = nullptr, *again = nullptr;
     {
         Worker worker(nullptr, false, &steps);
+        EXPECT_EQ(worker.Name(), std::string(32, '\0'));
         worker.Join(&again);  // not started yet
         EXPECT_NE(worker.StartThread(), nullptr);
         worker.Join(&result);
@@ -38,7 +40,9 @@ TEST(Thread, IsJoinedOnceAfterEachStartAndByItsDestructorButNotWhenDetached) {
         while (steps < 3) usleep(1000);
     }
     EXPECT_EQ(steps, 4);
-    Worker detached(nullptr, true, &steps);
+    std::string block = std::string("NetPackage") + '\0' + std::string(40, 'n');
+    Worker detached(block.data(), true, &steps);
+    EXPECT_EQ(detached.Name(), block.substr(0, 32));
     EXPECT_NE(detached.StartThread(), nullptr);
     detached.Join(&again);
     EXPECT_LT(steps, 6);
@@ -46,66 +50,57 @@ TEST(Thread, IsJoinedOnceAfterEachStartAndByItsDestructorButNotWhenDetached) {
     while (steps < 6) usleep(1000);
 }
 
-TEST(Thread, CopiesItsNameAsABlockOf32Bytes) {
-    std::string block = std::string("NetPackage") + '\0' + std::string(40, 'n');
-    EXPECT_EQ(Worker(block.data(), false, nullptr).Name(), block.substr(0, 32));
-    EXPECT_EQ(Worker(nullptr, false, nullptr).Name(), std::string(32, '\0'));
-}
-
 // The objects that are gone, each a decimal digit, the first one in front.
-struct Gone {
-    std::atomic<int> digits{0};
-    // Milliseconds until `digits` has grown to `value`; gives up after five seconds.
-    int64_t MsUntil(int value) const {
-        int64_t start = arch_getSystemStartupMs();
-        while (digits < value && arch_getSystemStartupMs() < start + 5000) usleep(2000);
-        return arch_getSystemStartupMs() - start;
-    }
-};
+using Gone = std::atomic<int>;
+
+// Milliseconds until `gone` has grown to `value`; gives up after five seconds.
+int64_t MsUntil(const Gone& gone, int value) {
+    int64_t start = arch_getSystemStartupMs();
+    while (gone < value && arch_getSystemStartupMs() < start + 5000) usleep(2000);
+    return arch_getSystemStartupMs() - start;
+}
 
 struct Obj : HCObjOfVector {
     Obj(Gone* list, int digit, int delay_sec = 0) : gone(list), id(digit), delay(delay_sec) {}
-    ~Obj() override { gone->digits = gone->digits * 10 + id; }
+    ~Obj() override { *gone = *gone * 10 + id; }
     int TryDelayDelete() override { return delay; }
     Gone* gone;
     int id, delay;
 };
 
 TEST(ObjVector, KeepsFindsAndDisposesOfItsObjects) {
-    Gone gone;
+    Gone gone{0};
     Obj replaced(&gone, 9);
-    {
-        HCObjVector objects;
-        HCObjOfVector* one = new Obj(&gone, 1);
-        EXPECT_EQ(objects.Append(&replaced), 0);
-        EXPECT_EQ(objects.Append(nullptr), 0);
-        EXPECT_EQ(objects.Insert(new Obj(&gone, 2), 1), 0);
-        EXPECT_EQ(objects.SetAt(3, one), -11);
-        EXPECT_EQ(objects.SetAt(0, one), 0);
-        EXPECT_EQ(objects.Swap(0, 2), 0);  // now null, 2, 1
-        EXPECT_EQ(objects.GetIndex(one, nullptr), 2);
-        EXPECT_EQ(objects.GetIndex(&replaced, nullptr), -11);
-        for (int index : {0, -1, 3}) EXPECT_EQ(objects.Del(index), -11);
-        EXPECT_EQ(objects.GetCnt(), 3);
-        EXPECT_EQ(objects.Del(1), 0);
-        EXPECT_EQ(gone.digits, 2);
-        EXPECT_EQ(objects.Append(new Obj(&gone, 3)), 0);
-        EXPECT_EQ(objects.Clear(), 0);
-        EXPECT_EQ(gone.digits, 213);
-        EXPECT_EQ(objects.Append(new Obj(&gone, 4)), 0);
-    }
-    EXPECT_EQ(gone.digits, 2134);
+    auto* objects = new HCObjVector;
+    HCObjOfVector* one = new Obj(&gone, 1);
+    for (HCObjOfVector* obj : {&replaced, static_cast<Obj*>(nullptr)}) objects->Append(obj);
+    EXPECT_EQ(objects->Insert(new Obj(&gone, 2), 1), 0);
+    EXPECT_EQ(objects->SetAt(3, one), -11);
+    EXPECT_EQ(objects->SetAt(0, one), 0);
+    EXPECT_EQ(objects->Swap(0, 2), 0);  // now null, 2, 1
+    EXPECT_EQ(objects->GetIndex(one, nullptr), 2);
+    EXPECT_EQ(objects->GetIndex(&replaced, nullptr), -11);
+    for (int index : {0, -1, 3}) EXPECT_EQ(objects->Del(index), -11);
+    EXPECT_EQ(objects->Del(1), 0);
+    EXPECT_EQ(gone, 2);
+    EXPECT_EQ(objects->Append(new Obj(&gone, 3)), 0);
+    EXPECT_EQ(objects->GetCnt(), 3);
+    EXPECT_EQ(objects->Clear(), 0);
+    EXPECT_EQ(gone, 213);
+    objects->Append(new Obj(&gone, 4));
+    delete objects;
+    EXPECT_EQ(gone, 2134);
 }
 
 // The last test that may use the collector: it ends it.
 TEST(LazyDelete, DeletesAtThePollThatEndsTheDelayAndOwnsNothingItRefused) {
-    Gone gone;
+    Gone gone{0};
     Obj refused(&gone, 9, 1001), endless(&gone, 8);
     HCObjVector objects;
     for (Obj* obj : {&refused, new Obj(&gone, 1, 1)}) objects.Append(obj);
     EXPECT_EQ(objects.Clear(), 0);
-    EXPECT_EQ(gone.digits, 0);
-    EXPECT_LT(gone.MsUntil(1), 1400);  // the next poll is half a second off now
+    EXPECT_EQ(gone, 0);
+    EXPECT_LT(MsUntil(gone, 1), 1400);  // the next poll is half a second off now
 
     HCLazyDelete* collector = HCLazyDelete::instance();
     for (int delay : {0, -1, 1001}) EXPECT_EQ(collector->AddItem(&refused, delay), -3);
@@ -116,10 +111,10 @@ TEST(LazyDelete, DeletesAtThePollThatEndsTheDelayAndOwnsNothingItRefused) {
     realloc_refuses = true;
     EXPECT_EQ(collector->AddItem(&refused, 1), -4);
     realloc_refuses = false;
-    EXPECT_NEAR(gone.MsUntil(123), 1000, 400);
-    EXPECT_NEAR(gone.MsUntil(1234), 1000, 400);
+    EXPECT_NEAR(MsUntil(gone, 123), 1000, 400);
+    EXPECT_NEAR(MsUntil(gone, 1234), 1000, 400);
     delete collector;
-    EXPECT_EQ(gone.digits, 1234);
+    EXPECT_EQ(gone, 1234);
 }
 
 TEST(PtrKeeper, GivesHandlesInOrderAndLocksTheEntryLookedUp) {
@@ -141,14 +136,12 @@ TEST(PtrKeeper, GivesHandlesInOrderAndLocksTheEntryLookedUp) {
 }
 
 TEST(RuntimeObjects, HaveTheirVirtualFunctionsInOrderBehindTheDestructors) {
+    auto slots = [](auto... methods) { return std::vector<int>{VtableSlot(methods)...}; };
     using V = HCObjVector;
-    const int slots[] = {VtableSlot(&V::Clear),  VtableSlot(&V::Append), VtableSlot(&V::Insert),
-                         VtableSlot(&V::Del),    VtableSlot(&V::SetAt),  VtableSlot(&V::Swap),
-                         VtableSlot(&V::GetCnt), VtableSlot(&V::At),     VtableSlot(&V::GetIndex)};
-    for (int i = 0; i < 9; i++) EXPECT_EQ(slots[i], 2 + i) << i;
-    EXPECT_EQ(VtableSlot(&HCThread::OnThread), 2);
-    EXPECT_EQ(VtableSlot(&HCObjOfVector::TryDelayDelete), 2);
-    EXPECT_EQ(VtableSlot(&HCObjOfVector::IsEqual), 3);
+    EXPECT_EQ(slots(&V::Clear, &V::Append, &V::Insert, &V::Del, &V::SetAt, &V::Swap, &V::GetCnt,
+                    &V::At, &V::GetIndex, &HCThread::OnThread, &HCObjOfVector::TryDelayDelete,
+                    &HCObjOfVector::IsEqual),
+              (std::vector<int>{2, 3, 4, 5, 6, 7, 8, 9, 10, 2, 2, 3}));
 }
 
 }  // namespace

@@ -22,6 +22,10 @@ struct PendingItem {
     int32_t left_us;
 };
 
+#if UINTPTR_MAX == UINT32_MAX
+static_assert(sizeof(PendingItem) == 8 && sizeof(HCLazyDelete) == 64 && sizeof(HCMutex) == 8);
+#endif
+
 }  // namespace
 
 HCLazyDelItem::~HCLazyDelItem() = default;

@@ -7,6 +7,10 @@ namespace {
 constexpr int kNoSuchObject = -11;
 constexpr int32_t kInitialCapacity = 12;
 
+#if UINTPTR_MAX == UINT32_MAX
+static_assert(sizeof(HCObjOfVector) == 4 && sizeof(HCObjVector) == 8);
+#endif
+
 }  // namespace
 
 HCObjOfVector::~HCObjOfVector() = default;

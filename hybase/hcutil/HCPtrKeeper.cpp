@@ -1,8 +1,17 @@
 #include "hybase/hcutil/HCPtrKeeper.h"
 
+#include <stddef.h>
+#include <stdint.h>
+
 #include <new>
 
 #include "hybase/hcutil/HCMutex.h"
+
+#if UINTPTR_MAX == UINT32_MAX
+using Value_t = HCPtrKeeper::Value_t;
+static_assert(offsetof(Value_t, type) == 4 && offsetof(Value_t, data) == 8 &&
+              sizeof(Value_t) == 16);
+#endif
 
 HCPtrKeeper::HCPtrKeeper() : m_nNextHandle(1), m_hMutex(arch_mutex_create()) {}
 

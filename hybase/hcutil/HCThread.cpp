@@ -1,6 +1,11 @@
 #include "hybase/hcutil/HCThread.h"
 
+#include <stdint.h>
 #include <string.h>
+
+#if UINTPTR_MAX == UINT32_MAX
+static_assert(sizeof(HCThread) == 52);
+#endif
 
 HCThread::HCThread(const char* name, bool detached, void* userdata)
     : m_hThread(nullptr),

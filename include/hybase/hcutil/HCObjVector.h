@@ -36,8 +36,7 @@ class HYBASE_API HCObjVector {
     // Disposes of all objects, first to last, and empties the vector. 0 or -6.
     virtual int Clear();
 
-    // The vector owns the object from now on, unless the result is negative. Null is stored as it
-    // is.
+    // The vector owns the object from now on, unless the result is negative. Null may be stored.
     virtual int Append(HCObjOfVector* obj);
     virtual int Insert(HCObjOfVector* obj, int index);
 
