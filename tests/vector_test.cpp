@@ -7,11 +7,6 @@
 
 #include "support/watched_realloc.h"
 
-// A block that cannot be had is a result like any other here, also under a sanitizer's allocator.
-#define OPTIONS extern "C" __attribute__((visibility("default"))) const char*
-OPTIONS __asan_default_options() { return "allocator_may_return_null=1"; }
-OPTIONS __tsan_default_options() { return "allocator_may_return_null=1"; }
-
 namespace {
 
 using Numbers = std::vector<int32_t>;

@@ -19,7 +19,7 @@ int HCObjOfVector::TryDelayDelete() { return 0; }
 
 bool HCObjOfVector::IsEqual(void* key, void*) { return key == this; }
 
-HCObjVector::HCObjVector() : m_pVector(HVector_Create(sizeof(HCObjOfVector*), kInitialCapacity)) {}
+HCObjVector::HCObjVector() : m_pVector(HVector_Create(sizeof(void*), kInitialCapacity)) {}
 
 HCObjVector::~HCObjVector() {
     HCObjVector::Clear();
@@ -27,8 +27,8 @@ HCObjVector::~HCObjVector() {
 }
 
 int HCObjVector::Clear() {
-    for (int i = 0; i < GetCnt(); i++)
-        if (HCObjOfVector* obj = At(i)) Dispose(obj);
+    for (int i = 0; i < HVector_Cnt(m_pVector); i++)
+        if (HCObjOfVector* obj = HCObjVector::At(i)) Dispose(obj);
     return HVector_Clear(m_pVector);
 }
 
