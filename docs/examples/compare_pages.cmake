@@ -1,5 +1,5 @@
 # Fails when a page of the manual quotes an example in another wording than the example's file.
-file(GLOB pages "${CMAKE_CURRENT_LIST_DIR}/../*.md")
+file(GLOB pages "${CMAKE_CURRENT_LIST_DIR}/../*.md" "${CMAKE_CURRENT_LIST_DIR}/../../README.md")
 file(GLOB examples "${CMAKE_CURRENT_LIST_DIR}/*.c" "${CMAKE_CURRENT_LIST_DIR}/*.cpp")
 foreach(page ${pages})
     file(READ "${page}" text)
