@@ -182,10 +182,12 @@ void FillVector(const kinfo_t& row, const cJSON* items, char* at) {
 }
 
 // What cJSON_GetObjectItem finds, with fewer calls: first letters that differ in more than the bit
-// of their case settle most comparisons.
+// of their case settle most comparisons. Letters beyond ASCII are left to the locale.
+bool MayBeSameLetter(char a, char b) { return ((a ^ b) & ~0x20) == 0 || ((a | b) & 0x80) != 0; }
+
 const cJSON* FindMember(const cJSON* object, const char* key) {
     for (const cJSON* item = object->child; item; item = item->next)
-        if (item->string && ((item->string[0] ^ key[0]) & ~0x20) == 0 &&
+        if (item->string && MayBeSameLetter(item->string[0], key[0]) &&
             strcasecmp(item->string, key) == 0)
             return item;
     return nullptr;

@@ -112,7 +112,8 @@ class Timestamp {
 };
 
 const char* Timestamp::Now() {
-    const int64_t now = arch_gettimeofday();
+    // A clock before 1970 is none; -1 stands for no second at all.
+    const int64_t now = std::max<int64_t>(arch_gettimeofday(), 0);
     const time_t second = static_cast<time_t>(now / 1000000);
     if (second != second_) BreakDown(second);
     const int millis = static_cast<int>(now / 1000 % 1000);

@@ -27,11 +27,11 @@ HTime_t FromTm(const struct tm* tm) {
     return {year, tm->tm_mon + 1, tm->tm_mday, tm->tm_hour, tm->tm_min, tm->tm_sec};
 }
 
-// Rounds down, before 1970 as well, where plain division would skip midnights. 64 bits wide: the
-// midnight after the last 32-bit second must not wrap to 1901 and start all over.
+// Division rounds towards zero, kept as it is: before 1969-12-31 a time that is no midnight is
+// followed by the midnight after the next. 64 bits wide: the midnight after the last 32-bit second
+// must not wrap to 1901 and start all over.
 int64_t NextMidnight(int64_t seconds) {
-    const int64_t into_day = (seconds % kSecondsPerDay + kSecondsPerDay) % kSecondsPerDay;
-    return seconds - into_day + kSecondsPerDay;
+    return kSecondsPerDay * ((seconds + kSecondsPerDay) / kSecondsPerDay);
 }
 
 // What one letter of a pattern stands for, and how many characters of the pattern that takes.

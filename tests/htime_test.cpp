@@ -53,7 +53,7 @@ TEST(HTime, RangeIsSplitAtMidnights) {
     HTime_t from, to, starts[32], ends[32];
     std::mt19937 random(53);
     for (int i = 0; i < 5000; i++) {
-        time_t t = static_cast<int32_t>(random()) % 2140000000;
+        time_t t = static_cast<time_t>(random() % 2140000000) - 86400;
         time_t last = t + static_cast<time_t>(random() % (30 * 86400));
         HTime_gmtime(&t, &from);
         HTime_gmtime(&last, &to);
@@ -68,6 +68,12 @@ TEST(HTime, RangeIsSplitAtMidnights) {
         }
         ASSERT_GE(t, last) << Text(from);
     }
+
+    // Before that day the first midnight is left out.
+    const HTime_t early{1969, 12, 29, 16, 26, 40}, late{1970, 1, 1, 0, 1, 40};
+    ASSERT_EQ(HTime_split_into_day(&early, &late, starts, ends, 31), 3);
+    EXPECT_EQ(Text(starts[1]), "1969-12-31 00:00:00");
+    EXPECT_EQ(Text(ends[0]), "1969-12-30 23:59:59");
 }
 
 TEST(HTime, SplitEndsAtTheMaximumAndAtTheLastSecond) {

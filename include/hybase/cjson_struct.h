@@ -26,7 +26,8 @@
  * - Keys match regardless of letter case; the first that matches counts. A missing key leaves its
  *   member as it is; keys that the table does not know are ignored.
  * - Integers are taken from cJSON's `valueint` (a number beyond the range of int is held at the
- *   nearer end) and cut to the width of the member. What is no number counts as 0, true as 1.
+ *   nearer end) and cut to the width of the member. What is no number counts as 0, a parsed true
+ * as 1.
  * - A null in an array leaves its element as it is; only elements of the string types become empty
  *   strings and null pointers. A vector gets no item for a null.
  * - Heap strings (KINFO_STRPTR) and vectors (KINFO_VECTOR) are made anew; what the member pointed
@@ -60,6 +61,12 @@
 #include <stdint.h>
 #ifdef __cplusplus
 #include <type_traits>
+
+/* A character array, of any kind of char. */
+template <typename Member, typename Array = typename std::remove_reference<Member>::type>
+struct kinfo_is_text
+    : std::integral_constant<bool, std::rank<Array>::value == 1 &&
+                                       sizeof(typename std::remove_extent<Array>::type) == 1> {};
 
 extern "C" {
 #endif
@@ -139,7 +146,7 @@ struct kinfo_s {
         KINFO_INT(sizeof(structure)), (type), (key), KINFO_INT(offsetof(structure, member)),    \
             KINFO_INT(sizeof(KINFO_MEMBER(structure, member))) +                                \
                 KINFO_MUST((type) == KINFO_STRING                                               \
-                               ? KINFO_IS_ARRAY(structure, member)                              \
+                               ? KINFO_IS_TEXT(KINFO_MEMBER(structure, member))                 \
                                : KINFO_WIDTH(type) == sizeof(KINFO_MEMBER(structure, member))), \
             NULL, 0, 0, 0                                                                       \
     }
@@ -148,13 +155,14 @@ struct kinfo_s {
         KINFO_INT(sizeof(structure)), KINFO_OBJECT, (key), KINFO_INT(offsetof(structure, member)), \
             KINFO_INT(sizeof(KINFO_MEMBER(structure, member))), (table), 0, 0, 0                   \
     }
-#define KINFO_ROW_ARRAY_AS(key, structure, member, type)                                          \
-    {                                                                                             \
-        KINFO_INT(sizeof(structure)), KINFO_ARRAY, (key), KINFO_INT(offsetof(structure, member)), \
-            KINFO_INT(sizeof(KINFO_MEMBER(structure, member))) +                                  \
-                KINFO_MUST((type) == KINFO_STRING ||                                              \
-                           KINFO_WIDTH(type) == sizeof(KINFO_MEMBER(structure, member)[0])),      \
-            NULL, KINFO_COUNT(structure, member), (type), 0                                       \
+#define KINFO_ROW_ARRAY_AS(key, structure, member, type)                                           \
+    {                                                                                              \
+        KINFO_INT(sizeof(structure)), KINFO_ARRAY, (key), KINFO_INT(offsetof(structure, member)),  \
+            KINFO_INT(sizeof(KINFO_MEMBER(structure, member))) +                                   \
+                KINFO_MUST((type) == KINFO_STRING                                                  \
+                               ? KINFO_IS_TEXT(KINFO_MEMBER(structure, member)[0])                 \
+                               : KINFO_WIDTH(type) == sizeof(KINFO_MEMBER(structure, member)[0])), \
+            NULL, KINFO_COUNT(structure, member), (type), 0                                        \
     }
 #define KINFO_ROW_OBJECT_ARRAY_AS(key, structure, member, table)                                  \
     {                                                                                             \
@@ -193,19 +201,26 @@ struct kinfo_s {
                                                      : 0)
 #ifdef __cplusplus
 #define KINFO_IS_ARRAY(structure, member) (std::is_array<decltype(((structure*)0)->member)>::value)
+#define KINFO_IS_TEXT(member) (kinfo_is_text<decltype(member)>::value)
+#define KINFO_IS_VECTOR(member) \
+    (std::is_same<std::remove_reference<decltype(member)>::type, HVector*>::value)
 #else /* an array decays behind a comma, everything else keeps its type */
 #define KINFO_IS_ARRAY(structure, member)                               \
     (!__builtin_types_compatible_p(__typeof__(((structure*)0)->member), \
                                    __typeof__(((void)0, ((structure*)0)->member))))
+#define KINFO_IS_TEXT(member)                                                         \
+    (__builtin_types_compatible_p(__typeof__(member), char[sizeof(member)]) ||        \
+     __builtin_types_compatible_p(__typeof__(member), signed char[sizeof(member)]) || \
+     __builtin_types_compatible_p(__typeof__(member), unsigned char[sizeof(member)]))
+#define KINFO_IS_VECTOR(member) __builtin_types_compatible_p(__typeof__(member), HVector*)
 #endif
 #define KINFO_COUNT(structure, member)                       \
     (KINFO_INT(sizeof(KINFO_MEMBER(structure, member)) /     \
                sizeof(KINFO_MEMBER(structure, member)[0])) + \
      KINFO_MUST(KINFO_IS_ARRAY(structure, member)))
-/* The comparison is never run; it refuses a member that is no HVector*. */
 #define KINFO_VECTOR_SIZE(structure, member)              \
     (KINFO_INT(sizeof(KINFO_MEMBER(structure, member))) + \
-     0 * KINFO_INT(sizeof(KINFO_MEMBER(structure, member) == (HVector*)0)))
+     KINFO_MUST(KINFO_IS_VECTOR(KINFO_MEMBER(structure, member))))
 
 /*
  * Reads one object from `text` into `object`, or into a new block of `struct_size` bytes when
@@ -235,7 +250,10 @@ HYBASE_API void cjson_string2object_free(const kinfo_t* kinfo, void* object);
 /* cjson_string2object_free on `count` structures. */
 HYBASE_API void cjson_string2object_array_free(const kinfo_t* kinfo, void* array, int32_t count);
 
-/* New text of the structure, formatted. Null when memory is short. */
+/*
+ * New text of the structure, formatted. Null when there is no memory for the tree or the text; a
+ * member or an element for which memory is short is missing, here and in the calls below.
+ */
 HYBASE_API char* cjson_object2string(const kinfo_t* kinfo, const void* object);
 
 /* New text of an array of `count` structures, formatted. Null when memory is short. */

@@ -74,7 +74,8 @@ typedef void (*hlogCallback)(const char* text, int32_t len);
  * only what follows its last '/' is printed.
  * Each record is handed to the log file at once, whatever its length; when that makes the file
  * `max_size` bytes long or more, the next file is begun before the call returns.
- * Returns the number of bytes written to the log file, 0 when none was. Leaves errno alone.
+ * Returns the number of bytes printed to the log file, which a full disk may lose; 0 when none was.
+ * Leaves errno alone.
  */
 HYBASE_API int32_t hlog_printf_ex(int32_t level, const char* file, const char* func, int32_t line,
                                   const char* fmt, ...) __attribute__((format(printf, 5, 6)));
