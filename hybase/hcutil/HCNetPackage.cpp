@@ -44,6 +44,13 @@ constexpr int kStepsPerSecond = 10;  // of kPauseStepUs
 constexpr int kSilenceGraceSec = 2;  // a peer is silent that long after its keep-alive is due
 constexpr int kLongestClockStepSec = 999;
 
+// Log records name the operation that users know, also where a step of it has a function of its
+// own.
+constexpr char kSendPkg[] = "SendPkg";
+constexpr char kOnThread[] = "OnThread";
+#define LOG_AS(function, level, ...) \
+    hlog_printf_ex(level, __FILE__, function, __LINE__, __VA_ARGS__)
+
 // Sends one part of a packet. `more`: another part follows at once, and the kernel lets this one
 // wait for it, so that a packet leaves in one segment.
 int SendPart(HCSocket* sock, const char* buf, int len, int usec, bool more) {
@@ -73,13 +80,11 @@ int RecvHeader(HCSocket* sock, char* buf, int room, int usec, const char* functi
     type = header.type;
     len = static_cast<int>(header.length);
     if (flag != kDataFlag && flag != kLoginFlag) {
-        hlog_printf_ex(HLOG_LEVEL_ERR, __FILE__, function, __LINE__, "receive data err.flag=[%d]\n",
-                       static_cast<int>(flag));
+        LOG_AS(function, HLOG_LEVEL_ERR, "receive data err.flag=[%d]\n", static_cast<int>(flag));
         return -1;
     }
     if (len < 0) {
-        hlog_printf_ex(HLOG_LEVEL_ERR, __FILE__, function, __LINE__, "receive data err.len=[%d]\n",
-                       len);
+        LOG_AS(function, HLOG_LEVEL_ERR, "receive data err.len=[%d]\n", len);
         return -1;
     }
     return got;
@@ -492,11 +497,11 @@ bool HCNetPackage::LockWhenReady(int wait_sec) {
             continue;
         }
         if (state != NPS_CONNECTING && state != NPS_CONNECTED) {
-            HLOG_ERR("Not Connect yet, ConnectState : [%d]\n", state);
+            LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "Not Connect yet, ConnectState : [%d]\n", state);
             return false;
         }
         if (wait_sec <= steps / kStepsPerSecond) {
-            HLOG_ERR("Not Connect yet, send data later please\n");
+            LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "Not Connect yet, send data later please\n");
             return false;
         }
         usleep(kPauseStepUs);
@@ -513,7 +518,8 @@ int HCNetPackage::SendPieces(unsigned int type, const char** bufs, const int* le
     int sent = SendHeader(m_pSocket, kDataFlag, type, total, m_nSendTimeout);
     if (sent != kPacketHeaderBytes) {
         int error = errno;
-        HLOG_ERR("ERROR: data send error2: %d, %d\n", sent, kPacketHeaderBytes);
+        LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "ERROR: data send error2: %d, %d\n", sent,
+               kPacketHeaderBytes);
         errno = error;
         return -1;
     }
@@ -522,7 +528,7 @@ int HCNetPackage::SendPieces(unsigned int type, const char** bufs, const int* le
         sent = SendPart(m_pSocket, bufs[i], lens[i], m_nSendTimeout, i < last);
         if (sent != lens[i]) {
             int error = errno;
-            HLOG_ERR("ERROR: data send error3: %d, %d\n", sent, lens[i]);
+            LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "ERROR: data send error3: %d, %d\n", sent, lens[i]);
             errno = error;
             return -1;
         }
@@ -563,7 +569,7 @@ void HCNetPackage::PauseAfterFailure() {
 HCNetPackage::Step HCNetPackage::WatchSilence(SilenceWatch& watch) {
     watch.now = arch_time();
     if (watch.ref > watch.now || watch.ref + kLongestClockStepSec < watch.now) {
-        HLOG_ERR("It Seems That, TIME Changed\n");
+        LOG_AS(kOnThread, HLOG_LEVEL_ERR, "It Seems That, TIME Changed\n");
         m_tLastSend = static_cast<time_t>(watch.now);
         watch.ref = watch.now;
         return Step::kNextPass;
@@ -572,7 +578,8 @@ HCNetPackage::Step HCNetPackage::WatchSilence(SilenceWatch& watch) {
     if (watch.ref + interval + kSilenceGraceSec < watch.now) {
         watch.ref = watch.now;
         watch.count++;
-        HLOG_INFO("timeout: %d [%.64s][%d]\n", watch.count, m_szIp, m_nPort);
+        LOG_AS(kOnThread, HLOG_LEVEL_INFO, "timeout: %d [%.64s][%d]\n", watch.count, m_szIp,
+               m_nPort);
         if (watch.count >= m_nMaxTimeoutCnt) {
             watch.count = 0;
             RaiseLost(NPE_TIMEOUT);

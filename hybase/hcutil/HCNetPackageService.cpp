@@ -16,6 +16,9 @@ constexpr int kPassesBetweenCleaning = 20;
 constexpr useconds_t kGiveWayStepUs = 1000;
 constexpr int kGiveWaySteps = 20;
 
+// Log records name the operation that users know, not its step.
+constexpr char kOnThread[] = "OnThread";
+
 // How many walks the calling thread is in, over all services.
 thread_local int t_walks = 0;
 
@@ -123,9 +126,11 @@ void* HCNetPackageService::OnThread(void*) {
 }
 
 void HCNetPackageService::Admit(std::unique_ptr<HCSocket> sock) {
-    HLOG_INFO("Client connect ip[%s]port[%d]\n", sock->m_szHost, sock->m_nPort);
+    hlog_printf_ex(HLOG_LEVEL_INFO, __FILE__, kOnThread, __LINE__,
+                   "Client connect ip[%s]port[%d]\n", sock->m_szHost, sock->m_nPort);
     if (!HCNetPackage::WaitingLogin(this, sock.get())) {
-        HLOG_ERR("[%s][%d] Login err!\n", sock->m_szHost, sock->m_nPort);
+        hlog_printf_ex(HLOG_LEVEL_ERR, __FILE__, kOnThread, __LINE__, "[%s][%d] Login err!\n",
+                       sock->m_szHost, sock->m_nPort);
         return;
     }
     HCNetPackage* connection = CreateServer();

@@ -5,9 +5,12 @@
 
 #include <hybase/hlog.h>
 
+#include <algorithm>
 #include <mutex>
 #include <string>
 #include <vector>
+
+#include "support/loopback.h"
 
 class LogRecords {
   public:
@@ -28,6 +31,14 @@ class LogRecords {
         const std::lock_guard<std::mutex> lock(mutex_);
         taken.swap(records_);
         return taken;
+    }
+
+    // Whether this record comes; those before it are taken.
+    bool Comes(const std::string& record) {
+        return Eventually([&] {
+            const std::vector<std::string> lines = Take();
+            return std::find(lines.begin(), lines.end(), record) != lines.end();
+        });
     }
 
   private:
