@@ -33,7 +33,7 @@ int32_t Add(_grpc_t* ctx) {
 // Tells everybody, and sends the caller its own tail back.
 int32_t Spread(_grpc_t* ctx) {
     EXPECT_EQ(g_serving++, 0);  // handlers of one server never run at the same time
-    Notify(*HCTCPGrpcServer::GetThis(ctx)->m_pServer, nullptr, "");
+    Notify(*HCTCPGrpcServer::GetThis(ctx)->m_pServer, nullptr, "!");
     int32_t len = 0;
     const void* tail = grpc_get_recv_bindata(ctx, &len);
     grpc_set_send_bindata(ctx, tail, len);
@@ -152,7 +152,7 @@ TEST_F(RpcNetwork, BroadcastsSurviveClientsThatComeAndGo) {
     std::vector<std::thread> broadcasters, visitors;
     for (int i = 0; i < 4; i++) {
         broadcasters.emplace_back([&] {
-            while (broadcasting) Notify(*server, nullptr, "");
+            while (broadcasting) Notify(*server, nullptr, "!");
         });
         visitors.emplace_back([&] {
             for (;; visits++) {
@@ -160,8 +160,8 @@ TEST_F(RpcNetwork, BroadcastsSurviveClientsThatComeAndGo) {
                 peer.Send(Login("owner;908172") + Data(R"({"method":"spread"})"));
                 if (peer.Receive(14).empty()) return;  // the server is gone
                 string packet;
-                do packet = peer.Receive(37);
-                while (packet == Data(R"({"n":1,"method":"event"})" + Bytes("\0")));
+                do packet = peer.Receive(38);
+                while (packet == Data(R"({"n":1,"method":"event"})" + Bytes("\0!")));
             }
         });
     }
