@@ -89,6 +89,29 @@ TEST_F(PackageService, LoginIsAnsweredAsTheServiceDecides) {
     EXPECT_TRUE(log.Comes("ERR Start: Service Fail,No HCSocket\n"));
 }
 
+// One that sends a byte now and then keeps every wait of its own alive.
+TEST_F(PackageService, StopWaitsForNoPeerThatTrickles) {
+    ASSERT_EQ(service->Start(64, "127.0.0.1", port), 0);
+    Peer payload = LoggedIn(port), login(port);
+    ASSERT_TRUE(Eventually([&] { return g_alive == 1; }));
+    payload.Send(Data(string(300, 'p')).substr(0, 13));
+    login.Send(Login(string(300, 'l')).substr(0, 13));
+    std::atomic<bool> stopped{false};
+    std::thread trickle([&] {
+        for (int i = 0; i < 200 && !stopped; i++) {
+            payload.Send("p");
+            login.Send("l");
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    const auto began = std::chrono::steady_clock::now();
+    service.reset();
+    stopped = true;
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(10));
+    trickle.join();
+}
+
 TEST_F(PackageService, LostConnectionsAreRemovedOnThe22ndPass) {
     ASSERT_EQ(service->Start(64, "127.0.0.1", port), 0);
     service->created = 4;

@@ -120,7 +120,8 @@ HCNetPackage::HCNetPackage()
       m_hSendMutex(arch_mutex_create()),
       m_nConnectTimeout(10),
       m_nSendTimeout(10000000),
-      m_hPasswdMutex(arch_mutex_create()) {
+      m_hPasswdMutex(arch_mutex_create()),
+      m_bInPayload(false) {
     SetPasswdInfo(kDefaultRecord, kDefaultRecordBytes);
 }
 
@@ -137,15 +138,17 @@ HCNetPackage::~HCNetPackage() {
 
 void HCNetPackage::StopThread() {
     m_bRun = false;
-    // A login under way would wait up to 5 seconds for its reply. In this state, and under the
-    // mutex, the descriptor is the connected one.
-    if (m_nConnectState == NPS_CONNECTED) {
+    // A login under way would wait up to 5 seconds for its reply, and a payload for ever if its
+    // peer lets it trickle. Either looks at m_bRun after it has said that it waits, and from then
+    // on the descriptor stays until the thread closes it under the mutex.
+    if (MayWaitLong()) {
         HCMutex lock(m_hSendMutex);
-        if (m_nConnectState == NPS_CONNECTED && m_pSocket != nullptr)
-            shutdown(m_pSocket->m_nSocket, SHUT_RDWR);
+        if (MayWaitLong() && m_pSocket != nullptr) shutdown(m_pSocket->m_nSocket, SHUT_RDWR);
     }
     Join(nullptr);
 }
+
+bool HCNetPackage::MayWaitLong() const { return m_nConnectState == NPS_CONNECTED || m_bInPayload; }
 
 void HCNetPackage::StartAsClient(int bufsize, const char* host, unsigned short port,
                                  bool connectNow, HCSocket* sock) {
@@ -158,7 +161,8 @@ void HCNetPackage::StartAsClient(int bufsize, const char* host, unsigned short p
     SetSocket(sock);
     SetHost(host);
     if (connectNow) _ConnectIfNeeded();
-    Launch(bufsize);
+    PrepareRecvBuf(bufsize);
+    Launch();
 }
 
 void HCNetPackage::StartAsClient(int bufsize, const char* host, unsigned short port,
@@ -171,12 +175,12 @@ void HCNetPackage::StartAsServer(int bufsize, HCSocket* sock) {
         HLOG_ERR("StartAsServer err  Socket is NULL.\n");
         return;
     }
-    AdoptClient(sock);
-    Launch(bufsize);
+    AdoptClient(bufsize, sock);
+    Launch();
 }
 
 // Everything of StartAsServer but the thread, which the packet service starts a little later.
-void HCNetPackage::AdoptClient(HCSocket* sock) {
+void HCNetPackage::AdoptClient(int bufsize, HCSocket* sock) {
     StopThread();
     m_bRun = true;
     m_bServer = true;
@@ -185,14 +189,18 @@ void HCNetPackage::AdoptClient(HCSocket* sock) {
     m_pSocket = sock;
     SetHost(sock->m_szHost);
     m_nPort = static_cast<unsigned short>(sock->m_nPort);
+    PrepareRecvBuf(bufsize);
     // Last: from here on other threads may send.
     m_nConnectState = NPS_READY;
     OnEvent(NPE_LOGIN_OK);
 }
 
-void HCNetPackage::Launch(int bufsize) {
-    m_nRecvBufDefSize = bufsize;
-    AllocRecvBuf(bufsize);  // without memory the thread tries again when it reads
+void HCNetPackage::PrepareRecvBuf(int size) {
+    m_nRecvBufDefSize = size;
+    AllocRecvBuf(size);  // without memory the thread tries again when it reads
+}
+
+void HCNetPackage::Launch() {
     if (StartThread() != nullptr) return;
     HLOG_ERR("no thread for the connection to [%.64s][%d]\n", m_szIp, m_nPort);
     m_nConnectState = NPS_DISCONNECTED;
@@ -274,7 +282,9 @@ int HCNetPackage::_getPackage(unsigned int& flag, unsigned int& type, int& len, 
     empty = len == 0;
     if (empty) return 0;
     if (len > m_nRecvBufSize && !AllocRecvBuf(len)) return -1;
-    got = m_pSocket->RecvAll(m_pRecvBuf, len, usec);
+    m_bInPayload = true;
+    got = m_bRun ? m_pSocket->RecvAll(m_pRecvBuf, len, usec) : -1;
+    m_bInPayload = false;
     if (got > 0) m_pRecvBuf[got] = '\0';
     return got;
 }
@@ -330,7 +340,7 @@ bool HCNetPackage::_ConnectIfNeeded() {
     char host[sizeof m_szIp + 1] = {};  // m_szIp may come without a terminator
     memcpy(host, m_szIp, sizeof m_szIp);
 
-    if (!ReopenSocket() || m_pSocket->Connect(host, m_nPort, m_nConnectTimeout) < 0) {
+    if (!HoldSocket() || m_pSocket->Connect(host, m_nPort, m_nConnectTimeout) < 0) {
         OnEvent(NPE_CONNECT_FAILED);
         m_nConnectState = NPS_DISCONNECTED;
         return false;
@@ -343,10 +353,10 @@ bool HCNetPackage::_ConnectIfNeeded() {
     return false;
 }
 
-// Leaves the state NPS_CONNECTING and the socket closed. Both under the mutex: whoever is sending
-// finishes first on the old descriptor, and whoever waits for the mutex finds that it must not
-// send.
-bool HCNetPackage::ReopenSocket() {
+// Leaves the state NPS_CONNECTING, set under the mutex: whoever is sending finishes first on the
+// old descriptor, and whoever waits for the mutex finds that it must not send. So Connect may close
+// it.
+bool HCNetPackage::HoldSocket() {
     HCMutex lock(m_hSendMutex);
     m_nConnectState = NPS_CONNECTING;
     if (m_pSocket == nullptr) {
@@ -354,9 +364,7 @@ bool HCNetPackage::ReopenSocket() {
         SetSocket(made);
         if (m_pSocket != made) delete made;
     }
-    if (m_pSocket == nullptr) return false;
-    m_pSocket->Close();
-    return true;
+    return m_pSocket != nullptr;
 }
 
 void HCNetPackage::_ClientLoginIfNeeded() {

@@ -1,6 +1,8 @@
 #include "hybase/hcutil/HCNetPackageService.h"
 
+#include <hybase/hcutil/HCMutex.h>
 #include <hybase/hlog.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <memory>
@@ -22,6 +24,10 @@ constexpr char kOnThread[] = "OnThread";
 // How many walks the calling thread is in, over all services.
 thread_local int t_walks = 0;
 
+// The service whose connections the calling thread is changing: an Append that a derived class
+// overrides may walk.
+thread_local const HCNetPackageService* t_changing = nullptr;
+
 }  // namespace
 
 HCNetPackageService::HCNetPackageService()
@@ -30,6 +36,9 @@ HCNetPackageService::HCNetPackageService()
       m_nBufSize(kDefaultBufferBytes),
       m_nPort(0),
       m_bRun(true),
+      m_pLoginSocket(nullptr),
+      m_bCutLogins(false),
+      m_hLoginMutex(arch_mutex_create()),
       m_nWaitingChanges(0) {
     // Not std::shared_mutex, which may make a new reader wait for a writer that waits: a hook that
     // walks within its own walk would then wait for itself. With default attributes readers pass.
@@ -38,7 +47,8 @@ HCNetPackageService::HCNetPackageService()
 
 HCNetPackageService::~HCNetPackageService() {
     StopService();
-    delete m_pListenSocket;
+    delete m_pListenSocket.load();
+    arch_mutex_delete(m_hLoginMutex);
     pthread_rwlock_destroy(&m_connectionsLock);
 }
 
@@ -54,6 +64,7 @@ int HCNetPackageService::Start(int bufsize, const char* ip, unsigned short port)
     m_nPort = port;
     m_nBufSize = bufsize;
     m_bRun = true;
+    CutLogins(false);
     if (StartThread() != nullptr) return 0;
     HLOG_ERR("no thread for the service on port [%d]\n", port);
     sock->Close();
@@ -64,16 +75,17 @@ int HCNetPackageService::Start(int bufsize, unsigned short port) {
     return Start(bufsize, nullptr, port);
 }
 
-void HCNetPackageService::SetSocket(HCSocket* sock) {
-    __atomic_store_n(&m_pListenSocket, sock, __ATOMIC_RELEASE);
-}
+void HCNetPackageService::SetSocket(HCSocket* sock) { m_pListenSocket = sock; }
 
 bool HCNetPackageService::CheckPasswd(const char*, int, HCSocket*, std::string&) { return true; }
 
 // ---- Stopping ----
 
 void HCNetPackageService::StopService() {
+    CutLogins(true);
     StopAccepting();
+    // Gives up the port. A service that starts again leaves this to Listen.
+    if (m_pListenSocket != nullptr) m_pListenSocket.load()->Close();
     // All threads at once, so that the wait is that of the slowest and not the sum of all.
     BeginWalk();
     for (int i = 0; i < GetCnt(); i++) {
@@ -85,11 +97,16 @@ void HCNetPackageService::StopService() {
     while (UnlinkFirst(connection)) StopAndDispose(connection);
 }
 
-// Ends the accepting thread and gives up the port at once.
 void HCNetPackageService::StopAccepting() {
     m_bRun = false;
     Join(nullptr);
-    if (m_pListenSocket != nullptr) m_pListenSocket->Close();
+}
+
+// A login under way takes as long as its peer likes: when all clients are to go, it need not end.
+void HCNetPackageService::CutLogins(bool cut) {
+    HCMutex lock(m_hLoginMutex);
+    m_bCutLogins = cut;
+    if (cut && m_pLoginSocket != nullptr) shutdown(m_pLoginSocket->m_nSocket, SHUT_RDWR);
 }
 
 // No lock is held: a handler of this very connection may be walking while its thread is waited for.
@@ -97,8 +114,7 @@ void HCNetPackageService::StopAccepting() {
 void HCNetPackageService::StopAndDispose(HCObjOfVector* element) {
     if (element == nullptr) return;
     if (auto* connection = dynamic_cast<HCNetPackage*>(element)) {
-        connection->m_bRun = false;
-        connection->Join(nullptr);
+        connection->StopThread();
     }
     Dispose(element);
 }
@@ -114,7 +130,7 @@ void* HCNetPackageService::OnThread(void*) {
         } else {
             passes++;
         }
-        HCSocket* listening = __atomic_load_n(&m_pListenSocket, __ATOMIC_ACQUIRE);
+        HCSocket* listening = m_pListenSocket;
         if (listening == nullptr) {
             HLOG_ERR("m_Obj null\n");
             return nullptr;
@@ -128,7 +144,7 @@ void* HCNetPackageService::OnThread(void*) {
 void HCNetPackageService::Admit(std::unique_ptr<HCSocket> sock) {
     hlog_printf_ex(HLOG_LEVEL_INFO, __FILE__, kOnThread, __LINE__,
                    "Client connect ip[%s]port[%d]\n", sock->m_szHost, sock->m_nPort);
-    if (!HCNetPackage::WaitingLogin(this, sock.get())) {
+    if (!LogIn(sock.get())) {
         hlog_printf_ex(HLOG_LEVEL_ERR, __FILE__, kOnThread, __LINE__, "[%s][%d] Login err!\n",
                        sock->m_szHost, sock->m_nPort);
         return;
@@ -136,15 +152,28 @@ void HCNetPackageService::Admit(std::unique_ptr<HCSocket> sock) {
     HCNetPackage* connection = CreateServer();
     // A client that nobody serves: the socket goes, so that the peer sees a close, not silence.
     if (connection == nullptr) return;
-    connection->AdoptClient(sock.release());
+    connection->AdoptClient(m_nBufSize, sock.release());
     // The thread starts last, so that a handler of the first request finds its own connection here.
     LockForChange();
     bool kept = Append(connection) >= 0;
-    if (kept) connection->Launch(m_nBufSize);
+    if (kept) connection->Launch();
     UnlockAfterChange();
     if (kept) return;
     HLOG_ERR("no memory to keep a connection\n");
     delete connection;
+}
+
+bool HCNetPackageService::LogIn(HCSocket* sock) {
+    SetLoginSocket(sock);
+    const bool admitted = HCNetPackage::WaitingLogin(this, sock);
+    SetLoginSocket(nullptr);
+    return admitted;
+}
+
+void HCNetPackageService::SetLoginSocket(HCSocket* sock) {
+    HCMutex lock(m_hLoginMutex);
+    m_pLoginSocket = sock;
+    if (m_bCutLogins && sock != nullptr) shutdown(sock->m_nSocket, SHUT_RDWR);
 }
 
 // ---- The connections ----
@@ -179,6 +208,7 @@ bool HCNetPackageService::UnlinkFirst(HCObjOfVector*& element) {
 // takes, because its thread may hold what another walk waits for. A walk within a walk never gives
 // way.
 void HCNetPackageService::BeginWalk() {
+    if (t_changing == this) return;
     if (t_walks == 0) {
         for (int i = 0; i < kGiveWaySteps && m_nWaitingChanges > 0; i++) usleep(kGiveWayStepUs);
     }
@@ -187,6 +217,7 @@ void HCNetPackageService::BeginWalk() {
 }
 
 void HCNetPackageService::EndWalk() {
+    if (t_changing == this) return;
     t_walks--;
     pthread_rwlock_unlock(&m_connectionsLock);
 }
@@ -195,6 +226,10 @@ void HCNetPackageService::LockForChange() {
     m_nWaitingChanges++;
     pthread_rwlock_wrlock(&m_connectionsLock);
     m_nWaitingChanges--;
+    t_changing = this;
 }
 
-void HCNetPackageService::UnlockAfterChange() { pthread_rwlock_unlock(&m_connectionsLock); }
+void HCNetPackageService::UnlockAfterChange() {
+    t_changing = nullptr;
+    pthread_rwlock_unlock(&m_connectionsLock);
+}

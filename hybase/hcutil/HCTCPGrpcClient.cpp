@@ -39,17 +39,12 @@ int HCTCPGrpcClient::Start(grpcMethod_t* methods, int bufsize, const char* ip, u
                            bool connectNow, HCSocket* sock) {
     if (m_pGrpc == nullptr) return -1;
     StopThread();
-    if (m_pGrpc->buf == nullptr) {
-        grpcParam_t param = {};
-        param.userparam = this;
-        param.send = SendRequest;
-        param.recv = RefuseToReceive;
-        param.c_methods = methods;
-        grpc_init(m_pGrpc, &param);
-    } else {
-        // A context is configured once; another time would lose its buffer.
-        m_pGrpc->c_methods = methods;
-    }
+    grpcParam_t param = {};
+    param.userparam = this;
+    param.send = SendRequest;
+    param.recv = RefuseToReceive;
+    param.c_methods = methods;
+    grpc_init(m_pGrpc, &param);
     grpc_set_connection_info(m_pGrpc, Peer(ip, port));
     StartAsClient(bufsize, ip, port, connectNow, sock);
     return 0;

@@ -100,9 +100,7 @@ HCTCPGrpcServer::~HCTCPGrpcServer() {
 
 int HCTCPGrpcServer::StartService(grpcMethod_t* methods, int bufsize, const char* ip,
                                   unsigned short port) {
-    // A service that runs already may be making a connection: it finds the old table or the new
-    // one.
-    __atomic_store_n(&m_pMethods, methods, __ATOMIC_RELEASE);
+    m_pMethods = methods;
     return Start(bufsize, ip, port);
 }
 
@@ -134,7 +132,7 @@ HCNetPackage* HCTCPGrpcServer::CreateServer() {
     grpcParam_t param = {};
     param.userparam = connection.get();
     param.send = SendResponse;
-    param.s_methods = __atomic_load_n(&m_pMethods, __ATOMIC_ACQUIRE);
+    param.s_methods = m_pMethods;
     if (ctx == nullptr || grpc_init(ctx, &param) != 0) return nullptr;
     connection->m_pServer = this;
     ctx->c_account.level = m_nLevel;

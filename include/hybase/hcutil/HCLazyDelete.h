@@ -29,9 +29,10 @@ class HYBASE_API HCLazyDelete : public HCThread {
     // never calls this for the instance.
     ~HCLazyDelete() override;
 
-    // Hands the item over, to be deleted `delaySec` (1..1000) to delaySec + 0.5 seconds from now; a
-    // null item is accepted and dropped. Returns 0; -3 for a delay out of range, -4 or -6 when
-    // memory is short: the item is then still the caller's. Any thread; takes m_hMutex.
+    // Hands the item over, to be deleted at the 2 * delaySec-th look from now: that is delaySec -
+    // 0.5 to delaySec seconds (1..1000) from now. A null item is accepted and dropped. Returns 0;
+    // -3 for a delay out of range, -4 or -6 when memory is short: the item is then still the
+    // caller's. Any thread; takes m_hMutex.
     int AddItem(HCLazyDelItem* item, int delaySec);
 
     // The collector's thread.

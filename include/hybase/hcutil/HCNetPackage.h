@@ -213,12 +213,14 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     enum class Step { kGoOn, kNextPass, kLost };
 
     friend class HCNetPackageService;  // calls the two halves of StartAsServer
-    void AdoptClient(HCSocket* sock);
-    void Launch(int bufsize);
+    void AdoptClient(int bufsize, HCSocket* sock);
+    void PrepareRecvBuf(int size);
+    void Launch();
+    bool MayWaitLong() const;
     void SetHost(const char* host);
     bool AllocRecvBuf(int size);
     void ShrinkRecvBuf();
-    bool ReopenSocket();
+    bool HoldSocket();
     std::unique_ptr<char[]> CopyRecord(int& bytes);
     void ApplyLoginReply(const char* reply, int len);
     bool LockWhenReady(int wait_sec);
@@ -228,7 +230,8 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     Step WatchSilence(SilenceWatch& watch);
     Step ReceiveOne(SilenceWatch& watch);
 
-    arch_mutex_t m_hPasswdMutex;  // guards m_pPasswd and m_nPasswdLen
+    arch_mutex_t m_hPasswdMutex;     // guards m_pPasswd and m_nPasswdLen
+    std::atomic<bool> m_bInPayload;  // the connection thread waits for the rest of a packet
 };
 
 #endif

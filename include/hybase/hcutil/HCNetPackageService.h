@@ -65,17 +65,17 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
     // one held before is not freed. Call it before Start.
     void SetSocket(HCSocket* sock);
 
-    // Removes and disposes of the connections that are lost (HCNetPackage::IsNeedClear). The
-    // accepting thread does so on every 22nd pass, that is about every 22 seconds when nobody
-    // connects.
+    // Removes and disposes of the connections that are lost (HCNetPackage::IsNeedClear), waiting
+    // for their threads. The accepting thread does so on every 22nd pass, that is about every 22
+    // seconds when nobody connects. Not from a hook of a connection: it could be the one that goes.
     void _CleanServers();
 
     // ---- Fields
 
-    HCSocket* m_pListenSocket;  // owned; null until Start or SetSocket
-    int m_nBufSize;             // bytes, default 10240
-    unsigned short m_nPort;     // the port listened on
-    std::atomic<bool> m_bRun;   // cleared to make the accepting thread end
+    std::atomic<HCSocket*> m_pListenSocket;  // owned; null until Start or SetSocket
+    int m_nBufSize;                          // bytes, default 10240
+    unsigned short m_nPort;                  // the port listened on
+    std::atomic<bool> m_bRun;                // cleared to make the accepting thread end
 
   protected:
     // Stops accepting, closes the listening socket, stops and disposes of every connection. Waits
@@ -92,13 +92,19 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
 
   private:
     void StopAccepting();
+    void CutLogins(bool cut);
     void StopAndDispose(HCObjOfVector* element);
     void Admit(std::unique_ptr<HCSocket> sock);
+    bool LogIn(HCSocket* sock);
+    void SetLoginSocket(HCSocket* sock);
     HCObjOfVector* UnlinkLost();
     bool UnlinkFirst(HCObjOfVector*& element);
     void LockForChange();
     void UnlockAfterChange();
 
+    HCSocket* m_pLoginSocket;  // of the login under way; guarded by m_hLoginMutex
+    bool m_bCutLogins;         // guarded by m_hLoginMutex
+    arch_mutex_t m_hLoginMutex;
     pthread_rwlock_t m_connectionsLock;  // guards the elements of the HCObjVector base
     std::atomic<int> m_nWaitingChanges;  // threads that wait for a walk to end
 };

@@ -16,6 +16,8 @@
  * Threads. Handlers run on the connection thread between grpc_lock and grpc_unlock; other threads
  * take grpc_lock around every use of the context. Waiting for a response on the spot (grpc_c_recv)
  * is not available over this transport.
+ * When a request cannot be sent, OnEvent(NPE_DISCONNECTED) runs inside grpc_c_send, with grpc_lock
+ * and m_hSendMutex held: an override takes neither.
  */
 #ifndef HYBASE_HCUTIL_HCTCPGRPCCLIENT_H
 #define HYBASE_HCUTIL_HCTCPGRPCCLIENT_H
@@ -37,8 +39,8 @@ class HYBASE_API HCTCPGrpcClient : public HCNetPackage {
 
     // Sets the context up and starts the connection; `methods` (not copied; ends with a row without
     // a name; must outlive the client) are the handlers of responses and notifications. The rest is
-    // as in HCNetPackage::StartAsClient. Returns 0. A second call keeps the context, with its
-    // account and its other settings, and connects anew.
+    // as in HCNetPackage::StartAsClient. Returns 0. A second call keeps the account and
+    // connects anew.
     int Start(grpcMethod_t* methods, int bufsize, const char* ip, unsigned short port,
               bool connectNow, HCSocket* sock);
     int Start(grpcMethod_t* methods, int bufsize, const char* ip, unsigned short port,

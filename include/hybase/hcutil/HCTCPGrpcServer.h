@@ -15,6 +15,8 @@
  *
  * Threads. Handlers run on the thread of their connection with m_hMutex held, so handlers of one
  * server never run at the same time. They may call Send2Client, which any thread may.
+ * When a response cannot be sent, OnEvent(NPE_DISCONNECTED) of the connection runs inside that
+ * send, with m_hMutex and the connection's m_hSendMutex held: an override takes neither.
  */
 #ifndef HYBASE_HCUTIL_HCTCPGRPCSERVER_H
 #define HYBASE_HCUTIL_HCTCPGRPCSERVER_H
@@ -26,6 +28,8 @@
 #include <hyplatform/arch.h>
 #include <stddef.h>
 #include <stdint.h>
+
+#include <atomic>
 
 // An account of a server: the same layout as grpcAccount_t.
 typedef struct {
@@ -99,16 +103,16 @@ class HYBASE_API HCTCPGrpcServer : public HCNetPackageService {
     static _TCPServer* GetThis(_grpc_t* ctx);
     static void* GetUserparam(_grpc_t* ctx);
 
-    // ---- Fields. Set m_pUserparam, m_nLevel and the print flags before StartService.
+    // ---- Fields. Set m_pUserparam and m_nLevel before StartService.
 
-    arch_mutex_t m_hMutex;     // owned; held while a request is served
-    grpcMethod_t* m_pMethods;  // not owned
-    void* m_pUserparam;        // the owner's pointer, default null
-    int m_nLevel;              // default 0; becomes the c_account level of each client's context
-    grpcUser_t* m_pAccounts;   // owned; 32 records
-    int m_nAccountCnt;         // how many of them are in use
-    bool m_bPrintRecv;         // default false
-    bool m_bPrintResp;         // default false
+    arch_mutex_t m_hMutex;                  // owned; held while a request is served
+    std::atomic<grpcMethod_t*> m_pMethods;  // not owned
+    void* m_pUserparam;                     // the owner's pointer, default null
+    int m_nLevel;             // default 0; becomes the c_account level of each client's context
+    grpcUser_t* m_pAccounts;  // owned; 32 records
+    int m_nAccountCnt;        // how many of them are in use
+    std::atomic<bool> m_bPrintRecv;  // default false
+    std::atomic<bool> m_bPrintResp;  // default false
 
   private:
     int SendMessage(const HCNetPackage* target, const char* message, size_t length);
