@@ -155,12 +155,13 @@ TEST(GrpcServer, ChecksDigestsAndLevelsOfThirtyTwoAccounts) {
     EXPECT_EQ(Printed([&] { EXPECT_EQ(grpc_s_account_add(server.ctx, &last), -1); }),
               "error: too many user setted: 32\n");
     for (const auto& c : cases) {
-        std::string user = R"(,"user":{"name":")"s + c[1] + R"(","digest":")" + c[2] + "\"}}";
-        std::string answer = server.Serve(R"({"method":")"s + c[0] + "\"" + user);
+        std::string call = R"({"method":")"s.append(c[0]).append(R"(","user":{"name":")");
+        call.append(c[1]).append(R"(","digest":")").append(c[2]).append("\"}}");
+        std::string answer = server.Serve(call);
         size_t tree = answer.find('{');
         EXPECT_EQ(answer.erase(tree, answer.find("\"error\":") + 8 - tree), c[3]) << c[1] << c[2];
     }
-    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(calls, 2);  // the accepted ones
     EXPECT_STREQ(server.ctx->s_user, "nobody");
     EXPECT_EQ(server.Serve(R"({"method":"add","user":{"name":"bob"}})").substr(0, 6), "-32605");
     grpc_s_account_clear(server.ctx);
@@ -168,12 +169,12 @@ TEST(GrpcServer, ChecksDigestsAndLevelsOfThirtyTwoAccounts) {
 }
 
 TEST(GrpcServer, BinaryTailsTravelBehindOneZeroByte) {
-    const std::string text = R"({"method":"echo","sentcnt":4})", zero = "\0"s, tail = "\0a\xff\0"s;
+    const std::string text = R"({"method":"echo","sentcnt":4})", tail = "\0\0a\xff\0"s;
     const std::string answer = R"({"method":"echo","sentcnt":4,"error":{"errorcode":0}})";
     Peer server;
     // The last message has a terminator alone, which leaves the tail noted.
-    server.inbox = {text, text + zero, text + zero + tail, text + zero};
-    for (const auto& expected : {answer, answer, answer + zero + tail, answer + zero + tail}) {
+    server.inbox = {text, text + "\0"s, text + tail, text + "\0"s};
+    for (const auto& expected : {answer, answer, answer + tail, answer + tail}) {
         EXPECT_EQ(grpc_s_serve(server.ctx), static_cast<int32_t>(expected.size()));
         EXPECT_EQ(server.sent, expected);
     }
@@ -277,9 +278,7 @@ TEST(GrpcClient, TakesTheRightResponseOfTwentyAndReportsWhatItCannotUse) {
         EXPECT_EQ(grpc_c_recv(client.ctx), 0);
         EXPECT_EQ(client.word, 19);  // one word, zero at first, kept across the receptions
         EXPECT_NE(See(client.ctx).find(" "s + c[1]), std::string::npos) << c[0];
-        int32_t length = 0;
-        EXPECT_STREQ(static_cast<char*>(grpc_get_recv_bindata(client.ctx, &length)), "tail");
-        EXPECT_EQ(length, 4);
+        EXPECT_STREQ(static_cast<char*>(grpc_get_recv_bindata(client.ctx, nullptr)), "tail");
         EXPECT_EQ(client.Deliver(text), 0);
         EXPECT_EQ(seen, See(client.ctx) + See(client.ctx));
     }

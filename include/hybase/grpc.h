@@ -149,8 +149,7 @@ struct _grpc_t {
     grpcPending_t* pending; /* oldest first; guarded by pending_lock */
     arch_mutex_t pending_lock;
     arch_thread_t timeout_thread;
-    int32_t
-        timeout_running; /* 1 while the time-out thread is to go on; shared, accessed atomically */
+    int32_t timeout_running; /* 1 while the time-out thread is to go on; accessed atomically */
 };
 
 /* The configuration. The server's table stands before the client's here. */
@@ -245,6 +244,8 @@ HYBASE_API int32_t grpc_s_set_error(_grpc_t* ctx, int32_t code, const char* msg)
  * A name that is no account is looked up through `get_passwd` and has level 0 when found. When not,
  * it is checked against an empty password at the level of the last record. That record, index 31,
  * is the scratch space of these look-ups: a 32nd account is overwritten by the first unknown name.
+ * Its level is 0 in a fresh context and after a name was found; an owner without `get_passwd` shuts
+ * unknown callers out with s_accounts[31].level = INT32_MAX.
  */
 HYBASE_API int32_t grpc_s_account_add(_grpc_t* ctx, const grpcAccount_t* acc);
 
@@ -270,8 +271,7 @@ HYBASE_API int32_t grpc_s_serve(_grpc_t* ctx);
 
 /* ---- Calling --------------------------------------------------------------------------------- */
 
-/* Sets the account that every message is sent with; one with an empty name means none. Returns 0.
- */
+/* Sets the account that every message is sent with; an empty name means none. Returns 0. */
 HYBASE_API int32_t grpc_c_account_set(_grpc_t* ctx, const grpcAccount_t* acc);
 
 /* A copy; all zeros for a null context. */
@@ -286,8 +286,8 @@ HYBASE_API grpcAccount_t grpc_c_account_get(_grpc_t* ctx);
  * With `timeout_enable` a request that has no response after 5 seconds is failed within about one
  * more: the method's handler is called with errcode GRPC_ERR_NO_ANSWER and errmsg "Timeout". That
  * happens on the context's time-out thread ("grpcTimeout"), with pending_lock held, so the handler
- * - must not call grpc_c_send, grpc_c_resp_direct or grpc_delete, nor wait for a lock whose holder
- * calls them;
+ * - must not call grpc_c_send, grpc_c_resp_direct or grpc_delete, nor wait for a lock whose
+ *   holder calls them;
  * - finds no message of its own: `json` may be a request that another thread is building.
  * It never runs while a response of the same context is being handled; a handler must therefore not
  * wait for another response or time-out. A response that comes too late is still delivered.
