@@ -1,0 +1,250 @@
+#include <gtest/gtest.h>
+#include <hybase/hcutil/HCTLV.h>
+#include <string.h>
+#include <time.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+Bytes Encoded(const HCTLV& tlv) {
+    const unsigned char* data = tlv.GetTLVBuffer();
+    return Bytes(data, data + tlv.GetTLVBytes());
+}
+
+int Parse(HCTLV* tlv, const Bytes& message) {
+    return tlv->ParseToTLV(message.data(), static_cast<int>(message.size()));
+}
+
+constexpr int kPointCountAt = 174, kUnusedPointsAt = 183, kNextEntryAt = 255;
+
+// A value of every kind, whose number is its type. docs/formats.md shows this message.
+Bytes Sample() {
+    static const char text[] =
+        "cam\0\0\0\1\x1C"
+        "\0\0\0\1\1\0\0\0\1\xFE"
+        "\0\0\0\2\2\0\0\0\2\x21\x6A"
+        "\0\0\0\3\3\0\0\0\4\xFE\xDC\xBA\x98"
+        "\0\0\0\4\4\0\0\0\x08\xFE\xDC\xBA\x98\x76\x54\x32\x10"
+        "\0\0\0\5\5\0\0\0\4\xBF\0\0\0"
+        "\0\0\0\6\6\0\0\0\x08\x3F\xB9\x99\x99\x99\x99\x99\x9A"
+        "\0\0\0\7\7\0\0\0\3up\0"
+        "\0\0\0\x08\x08\0\0\0\6six\0by"
+        "\0\0\0\x09\x09\0\0\0\x08\0\0\2\x80\xFF\xFF\xFE\x20"
+        "\0\0\0\x0A\x0A\0\0\0\x10\0\0\0\x10\xFF\xFF\xFF\xFF\0\0\1\x40\0\0\0\xF0"
+        "\0\0\0\x0B\x0B\0\0\0\x58\0\0\0\3\0\0\0\1\0\0\0\5\0\0\0\6"  // and 72 zeros
+        "\0\0\0\x0C\x0C\0\0\0\x1C\0\0\0\7\0\0\0\1\0\0\0\x5F"
+        "\0\0\0\x10\xFF\xFF\xFF\xFF\0\0\1\x40\0\0\0\xF0";
+    Bytes message(text, text + sizeof text - 1);
+    message.insert(message.begin() + kUnusedPointsAt, 72, 0);
+    return message;
+}
+
+// Copies value by value whatever any of the getters gives.
+void CopyValues(HCTLV* from, HCTLV* to) {
+    int type, kind, count;
+    TLVSize_t size;
+    TLVRect_t rect;
+    TLVRuleArea_t* rules;
+    TLVObjArea_t* objects;
+    unsigned char* data;
+    std::string text;
+    const auto copy = [&](auto number, auto get, auto add) {
+        if ((from->*get)(type, number) == 0) (to->*add)(type, number);
+    };
+    for (const int* after = nullptr; utltlv_get_next(from->GetCHdl(), after, &type, &kind) == 0;
+         after = &type) {
+        copy(uint8_t{}, &HCTLV::GetUInt8Value, &HCTLV::AddUInt8Value);
+        copy(uint16_t{}, &HCTLV::GetUInt16Value, &HCTLV::AddUInt16Value);
+        copy(uint32_t{}, &HCTLV::GetUInt32Value, &HCTLV::AddUInt32Value);
+        copy(0ULL, &HCTLV::GetUInt64Value, &HCTLV::AddUInt64Value);
+        copy(0.0F, &HCTLV::GetFloatValue, &HCTLV::AddFloatValue);
+        copy(0.0, &HCTLV::GetDoubleValue, &HCTLV::AddDoubleValue);
+        if (from->GetBytesValuePtr(type, &data, count) == 0) to->AddBytesValue(type, data, count);
+        if (from->GetStringValue(type, text) == 0 && kind == UTLTLV_STRING)
+            to->AddStringValue(type, text);
+        if (from->GetSizeValue(type, &size) == 0) to->AddSizeValue(type, &size);
+        if (from->GetRectValue(type, &rect) == 0) to->AddRectValue(type, &rect);
+        int got = from->GetRuleAreasValue(type, &rules, &count);
+        if (got == 0) to->AddRuleAreasValue(type, rules, static_cast<unsigned char>(count));
+        got = from->GetObjAreasValue(type, &objects, &count);
+        if (got == 0) to->AddObjAreasValue(type, objects, static_cast<unsigned char>(count));
+    }
+}
+
+TEST(Tlv, EveryKindSurvivesTheMessage) {
+    HCTLV tlv(nullptr);
+    EXPECT_STREQ(tlv.GetHeadType(), "");
+    EXPECT_EQ(Parse(&tlv, Sample()), 0);
+    EXPECT_EQ(tlv.ParseToTLV(tlv.GetTLVBuffer(), tlv.GetTLVBytes()), 0);  // its own
+    HCTLV copy(tlv.GetHeadType());
+    CopyValues(&tlv, &copy);
+    EXPECT_EQ(Encoded(copy), Sample());
+
+    double real;
+    TLVRect_t rect;
+    EXPECT_TRUE(tlv.GetDoubleValue(6, real) == 0 && real == 0.1);
+    EXPECT_TRUE(tlv.GetRectValue(10, &rect) == 0 && rect.y == -1 && rect.h == 240);
+}
+
+TEST(Tlv, ValueIsReadAsItsKindAndLengthOnly) {
+    HCTLV tlv("");
+    Parse(&tlv, Sample());
+    unsigned int u32;
+    EXPECT_EQ(tlv.GetUInt32Value(UTLTLV_FLOAT, u32), UTLTLV_ERR_KIND);
+    EXPECT_EQ(tlv.GetUInt32Value(-1, u32), UTLTLV_ERR_ABSENT);
+    unsigned char buf[] = "keep it";
+    int room = 5;
+    EXPECT_EQ(tlv.GetBytesValue(UTLTLV_BYTES, buf, &room), UTLTLV_ERR_LENGTH);
+    for (int length : {4, 7}) EXPECT_EQ(tlv.GetBytesValue(UTLTLV_BYTES, buf, length), -1);
+    EXPECT_EQ(memcmp(buf, "keep it", 8), 0);
+    EXPECT_EQ(tlv.GetBytesValue(UTLTLV_BYTES, buf, 6), 0);
+    EXPECT_EQ(tlv.GetBytesValue(UTLTLV_STRING, buf, &room), 0);
+    EXPECT_EQ(room, 3);
+    EXPECT_EQ(memcmp(buf, "up\0\0byt", 8), 0);
+
+    std::string text;
+    tlv.AddBytesValue(1, nullptr, 0);
+    EXPECT_EQ(tlv.GetStringValue(1, text) + tlv.GetBytesValue(1, buf, 0), -2);
+    tlv.AddBytesValue(1, buf + 4, 2);  // the text ends with the value, terminator or not
+    EXPECT_EQ(tlv.GetStringValue(1, text), 0);
+    EXPECT_EQ(text, "by");
+}
+
+TEST(Tlv, WhatCannotTravelIsRefused) {
+    HCTLV tlv("");
+    Bytes big(UTLTLV_MAX_VALUE + 1, 'x');
+    EXPECT_EQ(tlv.AddBytesValue(1, big.data(), -1), UTLTLV_ERR_LENGTH);
+    EXPECT_EQ(tlv.AddBytesValue(1, big.data(), UTLTLV_MAX_VALUE + 1), UTLTLV_ERR_LENGTH);
+    for (int count : {-1, 11}) {
+        const TLVRuleArea_t areas[] = {{}, {1, count, {}}};
+        EXPECT_EQ(tlv.AddRuleAreasValue(1, areas, 2), UTLTLV_ERR_LENGTH);
+    }
+    EXPECT_EQ(tlv.AddStringValue(1, static_cast<const char*>(nullptr)), UTLTLV_ERR_NULL);
+    EXPECT_EQ(tlv.AddBytesValue(1, nullptr, 1), UTLTLV_ERR_NULL);
+    EXPECT_EQ(tlv.AddRuleAreasValue(1, nullptr, 1), UTLTLV_ERR_NULL);
+    const TLVRuleArea_t full = {1, 10, {}};
+    EXPECT_EQ(tlv.AddRuleAreasValue(1, &full, 1), 0);
+    EXPECT_EQ(tlv.AddBytesValue(1, big.data(), UTLTLV_MAX_VALUE), 0);
+    EXPECT_EQ(Parse(&tlv, Encoded(tlv)), 0);
+    EXPECT_EQ(tlv.GetTLVBytes(), 5 + 9 + 16777216);
+}
+
+TEST(Tlv, FailedParseLeavesNoHandle) {
+    HCTLV tlv("x");
+    EXPECT_EQ(tlv.ParseToTLV(Sample().data(), -1) + tlv.ParseToTLV(nullptr, 1), -2);
+    EXPECT_EQ(tlv.GetCHdl(), nullptr);
+    EXPECT_TRUE(tlv.GetTLVBuffer() == nullptr && tlv.GetTLVBytes() == 0);
+    EXPECT_EQ(tlv.GetHeadType(), nullptr);
+    EXPECT_EQ(tlv.AddUInt8Value(1, 1) + tlv.DelType(1), -2);
+    EXPECT_EQ(Parse(&tlv, Sample()), 0);
+}
+
+TEST(Tlv, EntriesThatNoPutCouldWriteAreRefused) {
+    const struct {
+        std::string type_kind_length, value;
+    } cases[] = {{{1, UTLTLV_BYTES, 0, 0, 0, 1}, "x"},  // there is a value of that type
+                 {{2, UTLTLV_BYTES, '\xFF', '\xFF', '\xFF', '\xF7'}, "x"},  // 0 with its header
+                 {{2, UTLTLV_STRING, 0, 0, 0, 2}, std::string(2, '\0')},
+                 {{2, UTLTLV_RULE_AREAS, 0, 0, 0, 87}, std::string(87, '\0')},
+                 {{2, UTLTLV_OBJ_AREAS, 0, 0, 28, 0}, std::string(256 * 28, '\0')}};
+    for (const auto& c : cases) {
+        HCTLV tlv("");
+        tlv.AddUInt8Value(1, 1);
+        const Bytes value(c.value.begin(), c.value.end());
+        tlv.AddBytesValue(2, value.data(), static_cast<int>(value.size()));
+        Bytes message = Encoded(tlv);
+        EXPECT_EQ(Parse(&tlv, message), 0);
+        memcpy(&message[18], c.type_kind_length.data(), 6);
+        EXPECT_EQ(Parse(&tlv, message), -1) << value.size();
+    }
+}
+
+TEST(Tlv, AlteredMessageIsRefusedOrReadConsistently) {
+    const Bytes sample = Sample();
+    int accepted = 0;
+    for (int i = 0; i < static_cast<int>(sample.size()) * 9; ++i) {
+        const int at = i / 9;
+        Bytes altered = sample;
+        altered[at] = static_cast<unsigned char>(altered[at] ^ (i % 9 < 8 ? 1 << i % 9 : 0xFF));
+        HCTLV tlv("");
+        if (Parse(&tlv, altered) != 0) continue;
+        ++accepted;
+        EXPECT_EQ(Encoded(tlv), altered);
+        HCTLV copy(tlv.GetHeadType());
+        CopyValues(&tlv, &copy);
+        const bool unused = at >= kUnusedPointsAt && at < kNextEntryAt;  // those do not travel
+        if (at == kPointCountAt) continue;
+        EXPECT_EQ(Encoded(copy), unused ? sample : altered) << at;
+    }
+    EXPECT_GT(accepted, 1000);  // most bytes are those of values, which may be any
+
+    HCTLV tlv("");
+    for (auto at = sample.begin(); at != sample.end(); ++at) {
+        EXPECT_EQ(Parse(&tlv, Bytes(sample.begin(), at)), -1);
+        Bytes longer = sample;
+        longer.insert(longer.begin() + (at - sample.begin()), 0);
+        EXPECT_EQ(Parse(&tlv, longer), -1);
+    }
+}
+
+TEST(Tlv, ReplacedAndRemovedValuesLeaveNoTrace) {
+    HCTLV tlv("t"), expected("t"), copy("t");
+    for (int type = 0; type < 100; ++type) tlv.AddUInt32Value(type, type);
+    for (int type = 0; type < 100; ++type) {
+        if (type % 3 == 0) tlv.DelType(type);
+        if (type % 3 == 1) tlv.AddStringValue(type, "longer");
+        if (type % 3 == 2) tlv.AddFloatValue(type, 1.0F);  // the same length: stays in its place
+    }
+    EXPECT_EQ(tlv.DelType(0), UTLTLV_ERR_ABSENT);
+    for (int type = 2; type < 100; type += 3) expected.AddFloatValue(type, 1.0F);
+    for (int type = 1; type < 100; type += 3) expected.AddStringValue(type, "longer");
+    EXPECT_EQ(Encoded(tlv), Encoded(expected));
+    CopyValues(&tlv, &copy);
+    EXPECT_EQ(Encoded(copy), Encoded(expected));
+}
+
+TEST(Tlv, PointersLiveUntilTheNextChangeAndMayBePartOfIt) {
+    HCTLV tlv("");
+    Parse(&tlv, Sample());
+    tlv.DelType(UTLTLV_UINT8);
+    unsigned char* text;
+    TLVRuleArea_t* rules;
+    int length, count;
+    for (int type = 100; type < 200; ++type) {
+        ASSERT_EQ(tlv.GetBytesValuePtr(UTLTLV_STRING, &text, length), 0);
+        ASSERT_EQ(tlv.GetRuleAreasValue(UTLTLV_RULE_AREAS, &rules, &count), 0);
+        const unsigned char* message = tlv.GetTLVBuffer();
+        EXPECT_TRUE(memcmp(text, "up", 3) == 0 && rules->points[0].y == 6);
+        if (type % 3 == 0) tlv.AddBytesValue(type, text, length);
+        if (type % 3 == 1) tlv.AddRuleAreasValue(type, rules, 1);
+        if (type % 3 == 2) tlv.AddBytesValue(type, message, 4);
+    }
+    const unsigned char* end = tlv.GetTLVBuffer() + tlv.GetTLVBytes();  // of 197, 198 and 199
+    EXPECT_TRUE(memcmp(end - 113, "cam", 4) == 0 && memcmp(end - 100, "up", 3) == 0);
+    EXPECT_EQ(end[-73], 6);
+}
+
+// A type whose low bits are those of nearly all others.
+int FarType(uint32_t i) { return static_cast<int>(i << 15 | i >> 17); }
+
+TEST(Tlv, HundredThousandValuesTakeNoTimeToSpeakOf) {
+    constexpr int kValues = 100000;
+    const clock_t start = clock();
+    HCTLV tlv(""), parsed("");
+    for (int i = 0; i < kValues; ++i) tlv.AddUInt32Value(FarType(i), i);
+    EXPECT_EQ(parsed.ParseToTLV(tlv.GetTLVBuffer(), tlv.GetTLVBytes()), 0);
+    for (int i = 0; i < kValues; ++i) {
+        unsigned int value = 0;
+        parsed.GetUInt32Value(FarType(i), value);
+        ASSERT_EQ(value, static_cast<unsigned int>(i));
+        ASSERT_EQ(parsed.AddUInt64Value(FarType(i), i), 0);  // longer: another place
+    }
+    for (int i = 0; i < kValues; ++i) ASSERT_EQ(parsed.DelType(FarType(i)), 0);
+    EXPECT_LT((clock() - start) / CLOCKS_PER_SEC, 3);
+}
+
+}  // namespace
