@@ -93,14 +93,9 @@ void HCLoginErrorMgr::_Record(const char* user, const char* password, int* fail_
     HCMutex lock(mutex);
     const uint64_t now_ms = NowMs();
     try {
-        auto found = members.find(user);
-        // An expired entry that no flush has removed yet counts for nothing.
-        if (found != members.end() && _IsExpired(found->second, now_ms)) {
-            members.erase(found);
-            found = members.end();
-        }
-        if (found == members.end()) found = members.emplace(user, LoginInfo_t{}).first;
-        LoginInfo_t& member = found->second;
+        LoginInfo_t& member = members[user];
+        // What no flush has removed yet counts for nothing.
+        if (_IsExpired(member, now_ms)) member = LoginInfo_t{};
         const bool counted = member.fail_count > 0 && password != nullptr &&
                              IsSamePassword(member.last_password, password);
         if (!counted && member.fail_count < INT_MAX) ++member.fail_count;
