@@ -65,22 +65,3 @@ Glyph BitmapFonts::Next(const char** text, const char* end) const {
     const size_t index = (first - kFirstCode) * kCodes + (second - kFirstCode);
     return {kHeaderBytes + index * (size / 8) * size, true};
 }
-
-uint32_t BitmapFonts::RowBits(const Glyph& glyph, int64_t row) const {
-    if (!glyph.wide) return static_cast<uint32_t>(RowByte(glyph, row, 0)) << 24;
-    uint32_t bits = 0;
-    for (int i = 0; i < 4; i++) bits = bits << 8 | RowByte(glyph, row, i);
-    return bits;
-}
-
-bool BitmapFonts::IsSet(const Glyph& glyph, int64_t row, int64_t column) const {
-    if (!glyph.wide && column >= 8) return false;
-    return (RowByte(glyph, row, column / 8) >> (7 - column % 8) & 1) != 0;
-}
-
-// A native size that is no multiple of 8 makes the last columns run into the next row, as in the
-// files that were made for it.
-unsigned char BitmapFonts::RowByte(const Glyph& glyph, int64_t row, int64_t index) const {
-    if (!glyph.wide) return en.ByteAt(glyph.offset + row);
-    return cn.ByteAt(glyph.offset + row * (NativeSize() / 8) + index);
-}

@@ -41,13 +41,26 @@ struct BitmapFonts {
     Glyph Next(const char** text, const char* end) const;
 
     // Columns 0 to 31 of a row, the leftmost in the highest bit.
-    uint32_t RowBits(const Glyph& glyph, int64_t row) const;
+    uint32_t RowBits(const Glyph& glyph, int64_t row) const {
+        if (!glyph.wide) return static_cast<uint32_t>(RowByte(glyph, row, 0)) << 24;
+        uint32_t bits = 0;
+        for (int i = 0; i < 4; i++) bits = bits << 8 | RowByte(glyph, row, i);
+        return bits;
+    }
 
     // Whether a pixel of the native glyph is set, in any row and column.
-    bool IsSet(const Glyph& glyph, int64_t row, int64_t column) const;
+    bool IsSet(const Glyph& glyph, int64_t row, int64_t column) const {
+        if (!glyph.wide && column >= 8) return false;
+        return (RowByte(glyph, row, column / 8) >> (7 - column % 8) & 1) != 0;
+    }
 
   private:
-    unsigned char RowByte(const Glyph& glyph, int64_t row, int64_t index) const;
+    // A native size that is no multiple of 8 makes the last columns run into the next row, as in
+    // the files that were made for it.
+    unsigned char RowByte(const Glyph& glyph, int64_t row, int64_t index) const {
+        if (!glyph.wide) return en.ByteAt(glyph.offset + row);
+        return cn.ByteAt(glyph.offset + row * (NativeSize() / 8) + index);
+    }
 };
 
 #endif
