@@ -109,6 +109,5 @@ class Outline {
 }  // namespace
 
 void DrawOutline(const Pixels& pixels, int font_size, uint32_t text_color, uint32_t border_color) {
-    if (pixels.bytes == 0) return;
     Outline(pixels, text_color, border_color).Draw(font_size <= kThinOutlineSize);
 }
