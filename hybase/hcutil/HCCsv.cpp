@@ -1,0 +1,172 @@
+#include "hybase/hcutil/HCCsv.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <new>
+
+#include "hybase/hcutil/whole_file.h"
+#include "hybase/hlog.h"
+
+#if UINTPTR_MAX == UINT32_MAX
+static_assert(sizeof(HCCsv) == 16, "layout on the device");
+#endif
+
+namespace {
+
+// Where the records say they come from. File and lines are part of the interface (people filter
+// logs by them), so they are named here instead of following the code about.
+constexpr char kLogFile[] = "hcutil/HCCsv";
+constexpr char kLogFunction[] = "";
+constexpr int32_t kLineCounted = 51;
+constexpr int32_t kLineOpen = 107;
+constexpr int32_t kLineMalloc = 115;
+constexpr int32_t kLineFormat = 128;
+constexpr int32_t kLineRange = 164;
+
+int32_t Count(const char* begin, const char* end, char c) {
+    int32_t count = 0;
+    while (const void* found = memchr(begin, c, end - begin)) {
+        begin = static_cast<const char*>(found) + 1;
+        ++count;
+    }
+    return count;
+}
+
+// The fields from `field` to `end`, terminated in place; those that are too many are left out.
+void SplitLine(char* field, char* end, char** cells, int32_t cols) {
+    if (end > field && end[-1] == '\r') --end;
+    *end = '\0';
+    for (int32_t col = 0; col < cols; ++col) {
+        cells[col] = field;
+        char* comma = static_cast<char*>(memchr(field, ',', end - field));
+        if (comma == nullptr) return;
+        *comma = '\0';
+        field = comma + 1;
+    }
+}
+
+// One block of null cells behind an array of its rows; null if memory is short.
+char*** NewGrid(int32_t rows, int32_t cols) {
+    size_t count = 0;
+    if (__builtin_mul_overflow(static_cast<size_t>(rows), static_cast<size_t>(cols), &count))
+        return nullptr;
+    auto** block = static_cast<char**>(calloc(count, sizeof(char*)));
+    auto*** grid = static_cast<char***>(calloc(static_cast<size_t>(rows), sizeof(char**)));
+    if (block == nullptr || grid == nullptr) {
+        free(block);
+        free(grid);
+        return nullptr;
+    }
+    for (int32_t row = 0; row < rows; ++row) grid[row] = block + static_cast<size_t>(row) * cols;
+    return grid;
+}
+
+}  // namespace
+
+HCCsv::HCCsv() : data(nullptr), cells(nullptr), rows(0), cols(0) {}
+
+HCCsv::~HCCsv() { Close(); }
+
+int HCCsv::Open(const char* path) {
+    Close();
+    const WholeFile file(path);
+    if (!file.IsOpen()) {
+        hlog_printf_ex(HLOG_LEVEL_ERR, kLogFile, kLogFunction, kLineOpen, "csv open failed: %s\n",
+                       path != nullptr ? path : "");
+        return -1;
+    }
+    // Room for a line feed and the terminator.
+    data = static_cast<char*>(malloc(file.Size() + 2));
+    if (data == nullptr) {
+        hlog_printf_ex(HLOG_LEVEL_ERR, kLogFile, kLogFunction, kLineMalloc, "malloc failed: %d\n",
+                       errno);
+        return -1;
+    }
+    ssize_t size = file.Read(data, file.Size());
+    if (size > 0 && data[size - 1] != '\n') data[size++] = '\n';
+    data[size] = '\0';
+
+    if (parseCsv() == 0) return 0;
+    hlog_printf_ex(HLOG_LEVEL_ERR, kLogFile, kLogFunction, kLineFormat, "csv format error\n");
+    Close();
+    return -1;
+}
+
+int HCCsv::Close() {
+    if (cells != nullptr) free(cells[0]);
+    free(cells);
+    free(data);
+    cells = nullptr;
+    data = nullptr;
+    return 0;
+}
+
+int HCCsv::parseCsv() {
+    if (data == nullptr || cells != nullptr) return -1;
+    rows = 0;
+    const char* first_end = strchrnul(data, '\n');
+    for (const char* end = first_end; *end != '\0'; end = strchrnul(end + 1, '\n')) ++rows;
+    cols = Count(data, first_end, ',') + 1;
+    hlog_printf_ex(HLOG_LEVEL_TRACE, kLogFile, kLogFunction, kLineCounted,
+                   "parseCsv: row: %d, col:%d\n", rows, cols);
+    if (rows == 0) return -1;
+
+    cells = NewGrid(rows, cols);
+    if (cells == nullptr) return -1;
+    char* line = data;
+    for (int32_t row = 0; row < rows; ++row) {
+        auto* end = static_cast<char*>(rawmemchr(line, '\n'));
+        SplitLine(line, end, cells[row], cols);
+        line = end + 1;
+    }
+    return 0;
+}
+
+int HCCsv::GetRowCnt() { return rows; }
+
+int HCCsv::GetColumnCnt() { return cols; }
+
+int HCCsv::getrow(const char* name) {
+    if (name == nullptr || cells == nullptr) return -1;
+    for (int32_t row = 0; row < rows; ++row)
+        if (strcmp(cells[row][0], name) == 0) return row + 1;
+    return -1;
+}
+
+int HCCsv::getcol(const char* name) {
+    if (name == nullptr || cells == nullptr) return -1;
+    for (int32_t col = 0; col < cols; ++col)
+        if (strcmp(cells[0][col], name) == 0) return col + 1;
+    return -1;
+}
+
+std::string& HCCsv::GetValue(int row, int col, std::string& value) {
+    value.clear();
+    if (cells == nullptr || row < 1 || row > rows || col < 1 || col > cols) {
+        hlog_printf_ex(HLOG_LEVEL_ERR, kLogFile, kLogFunction, kLineRange,
+                       "row:%d not in[1,%d], col:%d not in[1,%d]\n", row, rows, col, cols);
+        return value;
+    }
+    const char* cell = cells[row - 1][col - 1];
+    if (cell == nullptr) return value;
+    try {
+        value = cell;
+    } catch (const std::bad_alloc&) {
+        value.clear();
+    }
+    return value;
+}
+
+std::string& HCCsv::GetValue(const char* row_name, const char* col_name, std::string& value) {
+    return GetValue(getrow(row_name), getcol(col_name), value);
+}
+
+std::string& HCCsv::GetValue(const char* row_name, int col, std::string& value) {
+    return GetValue(getrow(row_name), col, value);
+}
+
+std::string& HCCsv::GetValue(int row, const char* col_name, std::string& value) {
+    return GetValue(row, getcol(col_name), value);
+}

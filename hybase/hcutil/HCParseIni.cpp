@@ -1,0 +1,258 @@
+#include "hybase/hcutil/HCParseIni.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <new>
+#include <stdexcept>
+
+#include "hybase/hcutil/whole_file.h"
+#include "hybase/hlog.h"
+
+namespace {
+
+// Where the records say they come from; people filter logs by it.
+constexpr char kLogFile[] = "hcutil/HCParseIni";
+constexpr char kLoader[] = "_load_by_stream";
+
+constexpr size_t kPipeRoom = 4096;
+
+// Reads to the end, wherever it was when the file was opened. False with the reason in errno.
+bool ReadAll(const WholeFile& file, std::string* text) {
+    // One byte more than there is: the read that fills it shows that the file has grown.
+    size_t room = file.Size() > 0 ? file.Size() + 1 : kPipeRoom;
+    for (size_t size = 0;; room *= 2) {
+        text->resize(room);
+        const ssize_t got = file.Read(&(*text)[size], room - size);
+        if (got < 0) return false;
+        size += static_cast<size_t>(got);
+        if (size > WholeFile::kMaxSize) {
+            errno = EFBIG;
+            return false;
+        }
+        if (size == room) continue;
+        text->resize(size);
+        return true;
+    }
+}
+
+bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+
+// Terminates the line in place behind its last character; what stands there is white space, the
+// line feed, or the end of the text.
+std::string_view Strip(char* line, char* end) {
+    // A carriage return at the beginning belongs to the line.
+    while (line < end && IsBlank(*line)) ++line;
+    while (end > line && (IsBlank(end[-1]) || end[-1] == '\r')) --end;
+    *end = '\0';
+    return {line, static_cast<size_t>(end - line)};
+}
+
+// False when there is no memory for the copy.
+bool Copy(std::string_view from, std::string& to) {
+    try {
+        to = from;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
+const HCIniSection* Section(const HCParseIni& ini, const std::string& name) {
+    const HCIniSection* section = ini.GetSection(name);
+    if (section == nullptr)
+        hlog_printf_ex(HLOG_LEVEL_ERR, kLogFile, "GetValue", __LINE__, "section:%s not find\n",
+                       name.c_str());
+    return section;
+}
+
+}  // namespace
+
+HCIniSection::HCIniSection(std::string_view name, std::shared_ptr<const std::string> text)
+    : m_strName(name), m_text(std::move(text)) {}
+
+const std::string_view* HCIniSection::Find(const std::string& key, const char* kind) const {
+    const auto found = m_values.find(key);
+    if (found != m_values.end()) return &found->second;
+    hlog_printf_ex(HLOG_LEVEL_ERR, kLogFile, "GetValue", __LINE__, "sec:[%s] get %s:%s fail\n",
+                   m_strName.c_str(), kind, key.c_str());
+    return nullptr;
+}
+
+int HCIniSection::GetValue(const std::string& key, int& out) const {
+    const std::string_view* value = Find(key, "Int");
+    if (value == nullptr) return -1;
+    out = atoi(value->data());
+    return 0;
+}
+
+int HCIniSection::GetValue(const std::string& key, float& out) const {
+    const std::string_view* value = Find(key, "float");
+    if (value == nullptr) return -1;
+    out = static_cast<float>(atof(value->data()));
+    return 0;
+}
+
+int HCIniSection::GetValue(const std::string& key, std::string& out) const {
+    const std::string_view* value = Find(key, "string");
+    return value != nullptr && Copy(*value, out) ? 0 : -1;
+}
+
+int HCIniSection::GetValue(const std::string& key, char* buf, int size) const {
+    const std::string_view* value = Find(key, "string");
+    if (value == nullptr) return -1;
+    // One byte more than value and terminator need is asked for, and has always been.
+    if (buf == nullptr || size < 0 || value->size() + 1 >= static_cast<size_t>(size)) {
+        hlog_printf_ex(HLOG_LEVEL_ERR, kLogFile, __func__, __LINE__,
+                       "sec:[%s] get string:%s fail 2\n", m_strName.c_str(), key.c_str());
+        return -1;
+    }
+    strcpy(buf, value->data());
+    return 0;
+}
+
+void HCIniSection::SeekSet() {
+    try {
+        if (m_sequence.empty()) m_sequence = Sorted();
+    } catch (const std::bad_alloc&) {
+        // GetNext finds nothing to walk.
+    }
+    m_nNext = 0;
+}
+
+int HCIniSection::GetNext(std::string& key, std::string& value) {
+    if (m_nNext == m_sequence.size()) return -1;
+    const auto& pair = *m_sequence[m_nNext];
+    if (!Copy(pair.first, key) || !Copy(pair.second, value)) return -1;
+    ++m_nNext;
+    return 0;
+}
+
+void HCIniSection::Print() const try {
+    printf("[%s]\n", m_strName.c_str());
+    for (const auto* pair : Sorted())
+        printf("\t%.*s=%s\n", static_cast<int>(pair->first.size()), pair->first.data(),
+               pair->second.data());
+} catch (const std::bad_alloc&) {
+    return;
+}
+
+// The order costs more than the rest of a load, and most sections are never walked.
+std::vector<const HCIniSection::Values::value_type*> HCIniSection::Sorted() const {
+    std::vector<const Values::value_type*> sorted;
+    sorted.reserve(m_values.size());
+    for (const auto& pair : m_values) sorted.push_back(&pair);
+    std::sort(sorted.begin(), sorted.end(),
+              [](const auto* a, const auto* b) { return a->first < b->first; });
+    return sorted;
+}
+
+HCParseIni::HCParseIni() = default;
+
+HCParseIni::~HCParseIni() = default;
+
+int HCParseIni::LoadFile(const std::string& path) {
+    try {
+        const auto text = std::make_shared<std::string>();
+        const WholeFile file(path.c_str());
+        if (file.IsOpen() && ReadAll(file, text.get())) {
+            Load(text);
+            return 0;
+        }
+    } catch (const std::exception&) {  // no memory, or a length no string can have
+        errno = ENOMEM;
+    }
+    hlog_printf_ex(HLOG_LEVEL_ERR, kLogFile, __func__, __LINE__, "open file:%s fail, err=%s\n",
+                   path.c_str(), strerror(errno));
+    return -1;
+}
+
+int HCParseIni::Parse(const std::string& text) {
+    hlog_printf_ex(HLOG_LEVEL_INFO, kLogFile, __func__, __LINE__,
+                   "loading cfg string:%s, this=%p\n", text.c_str(), static_cast<void*>(this));
+    try {
+        Load(std::make_shared<std::string>(text));
+        return 0;
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
+}
+
+// Takes the text apart in place: every line, and so every value, is terminated there.
+void HCParseIni::Load(const std::shared_ptr<std::string>& text) {
+    Sections sections;
+    std::unique_ptr<HCIniSection> discarded;
+    HCIniSection* current = nullptr;
+    char* const text_end = text->data() + text->size();
+    for (char *begin = text->data(), *end; begin < text_end; begin = end + 1) {
+        end = static_cast<char*>(memchr(begin, '\n', text_end - begin));
+        if (end == nullptr) end = text_end;
+        const std::string_view line = Strip(begin, end);
+        if (line.empty() || line[0] == ';') continue;
+        if (line[0] != '[') {
+            AddKey(current, line);
+            continue;
+        }
+        const size_t close = line.find(']');
+        if (close == std::string_view::npos) {
+            hlog_printf_ex(HLOG_LEVEL_ERR, kLogFile, kLoader, __LINE__,
+                           "section title has not close, %s\n", line.data());
+            continue;
+        }
+        std::unique_ptr<HCIniSection> section(new HCIniSection(line.substr(1, close - 1), text));
+        current = section.get();
+        // When the name repeats, the first section stays and this one takes its keys along.
+        if (!sections.try_emplace(section->m_strName, std::move(section)).second)
+            discarded = std::move(section);
+    }
+    m_sections.swap(sections);
+}
+
+void HCParseIni::AddKey(HCIniSection* section, std::string_view line) {
+    if (section == nullptr) {
+        hlog_printf_ex(HLOG_LEVEL_ERR, kLogFile, kLoader, __LINE__, "line has no section, %s\n",
+                       line.data());
+        return;
+    }
+    const size_t equals = line.find('=');
+    if (equals == std::string_view::npos)
+        section->m_values.try_emplace("", "");
+    else
+        section->m_values.try_emplace(line.substr(0, equals), line.substr(equals + 1));
+}
+
+HCIniSection* HCParseIni::GetSection(const std::string& name) const {
+    const auto found = m_sections.find(name);
+    if (found != m_sections.end()) return found->second.get();
+    hlog_printf_ex(HLOG_LEVEL_ERR, kLogFile, __func__, __LINE__, "get section:%s fail\n",
+                   name.c_str());
+    return nullptr;
+}
+
+int HCParseIni::GetValue(const std::string& section, const std::string& key, int& out) const {
+    const HCIniSection* found = Section(*this, section);
+    return found != nullptr ? found->GetValue(key, out) : -1;
+}
+
+int HCParseIni::GetValue(const std::string& section, const std::string& key, float& out) const {
+    const HCIniSection* found = Section(*this, section);
+    return found != nullptr ? found->GetValue(key, out) : -1;
+}
+
+int HCParseIni::GetValue(const std::string& section, const std::string& key,
+                         std::string& out) const {
+    const HCIniSection* found = Section(*this, section);
+    return found != nullptr ? found->GetValue(key, out) : -1;
+}
+
+int HCParseIni::GetValue(const std::string& section, const std::string& key, char* buf,
+                         int size) const {
+    const HCIniSection* found = Section(*this, section);
+    return found != nullptr ? found->GetValue(key, buf, size) : -1;
+}
+
+void HCParseIni::Print() const {
+    for (const auto& [name, section] : m_sections) section->Print();
+}

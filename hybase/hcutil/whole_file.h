@@ -1,0 +1,67 @@
+// Files that are read into memory as a whole.
+#ifndef HYBASE_HCUTIL_WHOLE_FILE_H
+#define HYBASE_HCUTIL_WHOLE_FILE_H
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdint.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+class WholeFile {
+  public:
+    // Opens a file that can be read to an end: folders and devices are refused, and so is what has
+    // 2 GiB or more, so that whatever is counted in a file fits 32 bits.
+    explicit WholeFile(const char* path) {
+        if (path == nullptr) return;
+        m_fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
+        if (m_fd < 0 || Measure()) return;
+        const int error = errno;
+        close(m_fd);
+        m_fd = -1;
+        errno = error;
+    }
+    ~WholeFile() {
+        if (m_fd >= 0) close(m_fd);
+    }
+    WholeFile(const WholeFile&) = delete;
+    WholeFile& operator=(const WholeFile&) = delete;
+
+    // False with the reason in errno.
+    bool IsOpen() const { return m_fd >= 0; }
+
+    // Bytes when the file was opened; 0 for a pipe. It may have grown or shrunk since.
+    size_t Size() const { return m_size; }
+
+    // Reads the next `room` bytes, fewer only at the end of the file. -1 with the reason in errno.
+    ssize_t Read(char* buf, size_t room) const {
+        size_t size = 0;
+        while (size < room) {
+            const ssize_t got = read(m_fd, buf + size, room - size);
+            if (got < 0 && errno == EINTR) continue;
+            if (got < 0) return -1;
+            if (got == 0) break;
+            size += static_cast<size_t>(got);
+        }
+        return static_cast<ssize_t>(size);
+    }
+
+    static constexpr size_t kMaxSize = INT32_MAX - 1;
+
+  private:
+    bool Measure() {
+        struct stat status;
+        if (fstat(m_fd, &status) != 0) return false;
+        errno = S_ISDIR(status.st_mode)                              ? EISDIR
+                : S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode) ? ENOTSUP
+                : status.st_size > static_cast<off_t>(kMaxSize)      ? EFBIG
+                                                                     : 0;
+        m_size = static_cast<size_t>(status.st_size);
+        return errno == 0;
+    }
+
+    int m_fd = -1;
+    size_t m_size = 0;
+};
+
+#endif

@@ -1,0 +1,116 @@
+// HCParseIni: settings in INI form, read from a file or a string, with typed look-ups.
+//
+//     HCParseIni ini;
+//     int port = 80;
+//     if (ini.LoadFile("/etc/door.ini") == 0) ini.GetValue("net", "port", port);
+//
+// The form, line by line, after white space at both ends has been taken off:
+//
+//     ; a comment. Only a ';' at the beginning makes one: "#x=1" is a key.
+//     [net]
+//     port=80
+//
+//     [name]     begins a section; the name is everything up to the first ']', blanks included.
+//     key=value  belongs to the section above it. Blanks around the first '=' stay with key and
+//                value; nothing is quoted or escaped. A line without '=' is an empty key with an
+//                empty value.
+//
+// What stands first wins: of a key that repeats within its section the first value counts, and a
+// section whose name repeats is discarded whole. A header without ']' and keys before the first
+// header are dropped with an ERR record; no line makes a load fail. Names and keys are compared as
+// bytes, upper and lower case differ.
+//
+// Results: 0, or -1 with an ERR record and the output left as it was. A number is read with atoi or
+// atof: a text that is none gives 0, and that is a success. Nothing throws.
+// Threads: an object and its sections are for one thread at a time.
+#ifndef HYBASE_HCUTIL_HCPARSEINI_H
+#define HYBASE_HCUTIL_HCPARSEINI_H
+
+#include <hybase/export.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+// One section. Made and owned by an HCParseIni; never changes.
+class HYBASE_API HCIniSection {
+  public:
+    HCIniSection(const HCIniSection&) = delete;
+    HCIniSection& operator=(const HCIniSection&) = delete;
+
+    int GetValue(const std::string& key, int& out) const;
+    int GetValue(const std::string& key, float& out) const;
+    int GetValue(const std::string& key, std::string& out) const;
+
+    // `size`: bytes in `buf`. Needs room for the value, its terminator and one byte more: a buffer
+    // that the value would just fill is refused.
+    int GetValue(const std::string& key, char* buf, int size) const;
+
+    // Walks the section in ascending order of the keys. SeekSet goes to the first key; GetNext
+    // copies a pair and goes to the next one, or returns -1 (without a record) when none is left.
+    // There is one position in a section: two walks at a time disturb each other.
+    void SeekSet();
+    int GetNext(std::string& key, std::string& value);
+
+    // Prints "[name]" and a line "<tab>key=value" for each key in ascending order to standard
+    // output.
+    void Print() const;
+
+  private:
+    friend class HCParseIni;
+    using Values = std::unordered_map<std::string_view, std::string_view>;
+
+    HCIniSection(std::string_view name, std::shared_ptr<const std::string> text);
+    const std::string_view* Find(const std::string& key, const char* kind) const;
+    std::vector<const Values::value_type*> Sorted() const;
+
+    std::string m_strName;
+    Values m_values;                                    // views into m_text
+    std::vector<const Values::value_type*> m_sequence;  // of a walk; empty before the first one
+    size_t m_nNext = 0;                                 // position in m_sequence
+    std::shared_ptr<const std::string> m_text;          // shared by the sections of one load
+};
+
+class HYBASE_API HCParseIni {
+  public:
+    HCParseIni();
+
+    // Deletes the sections.
+    ~HCParseIni();
+
+    HCParseIni(const HCParseIni&) = delete;
+    HCParseIni& operator=(const HCParseIni&) = delete;
+
+    // Replaces all sections with those of a file: a regular one, or a pipe, which is read to its
+    // end. Returns 0, or -1 when it cannot be opened or read, is a folder, a device or longer than
+    // 2 GiB, or when memory is short; the former sections then stay.
+    int LoadFile(const std::string& path);
+
+    // The same with the text itself, which is copied. -1 only when memory is short.
+    int Parse(const std::string& text);
+
+    // The section, null with an ERR record when there is none. Valid until the next load.
+    HCIniSection* GetSection(const std::string& name) const;
+
+    // The value of a key in a section, as HCIniSection::GetValue gives it.
+    int GetValue(const std::string& section, const std::string& key, int& out) const;
+    int GetValue(const std::string& section, const std::string& key, float& out) const;
+    int GetValue(const std::string& section, const std::string& key, std::string& out) const;
+    int GetValue(const std::string& section, const std::string& key, char* buf, int size) const;
+
+    // Prints all sections in ascending order of their names.
+    void Print() const;
+
+  private:
+    using Sections = std::map<std::string, std::unique_ptr<HCIniSection>>;
+
+    void Load(const std::shared_ptr<std::string>& text);
+    static void AddKey(HCIniSection* section, std::string_view line);
+
+    Sections m_sections;
+};
+
+#endif
