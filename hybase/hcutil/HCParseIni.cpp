@@ -5,8 +5,9 @@
 #include <string.h>
 
 #include <algorithm>
+#include <exception>
 #include <new>
-#include <stdexcept>
+#include <utility>
 
 #include "hybase/hcutil/whole_file.h"
 #include "hybase/hlog.h"
@@ -60,6 +61,18 @@ bool Copy(std::string_view from, std::string& to) {
     return true;
 }
 
+// The entries in ascending order of their keys. Not kept by the maps themselves: an order costs
+// more than the rest of a load, look-ups are faster without, and most sections are never walked.
+template <class Map>
+std::vector<const typename Map::value_type*> Sorted(const Map& map) {
+    std::vector<const typename Map::value_type*> sorted;
+    sorted.reserve(map.size());
+    for (const auto& entry : map) sorted.push_back(&entry);
+    std::sort(sorted.begin(), sorted.end(),
+              [](const auto* a, const auto* b) { return a->first < b->first; });
+    return sorted;
+}
+
 const HCIniSection* Section(const HCParseIni& ini, const std::string& name) {
     const HCIniSection* section = ini.GetSection(name);
     if (section == nullptr)
@@ -109,13 +122,13 @@ int HCIniSection::GetValue(const std::string& key, char* buf, int size) const {
                        "sec:[%s] get string:%s fail 2\n", m_strName.c_str(), key.c_str());
         return -1;
     }
-    strcpy(buf, value->data());
+    memcpy(buf, value->data(), value->size() + 1);
     return 0;
 }
 
 void HCIniSection::SeekSet() {
     try {
-        if (m_sequence.empty()) m_sequence = Sorted();
+        if (m_sequence.empty()) m_sequence = Sorted(m_values);
     } catch (const std::bad_alloc&) {
         // GetNext finds nothing to walk.
     }
@@ -132,21 +145,11 @@ int HCIniSection::GetNext(std::string& key, std::string& value) {
 
 void HCIniSection::Print() const try {
     printf("[%s]\n", m_strName.c_str());
-    for (const auto* pair : Sorted())
+    for (const auto* pair : Sorted(m_values))
         printf("\t%.*s=%s\n", static_cast<int>(pair->first.size()), pair->first.data(),
                pair->second.data());
 } catch (const std::bad_alloc&) {
     return;
-}
-
-// The order costs more than the rest of a load, and most sections are never walked.
-std::vector<const HCIniSection::Values::value_type*> HCIniSection::Sorted() const {
-    std::vector<const Values::value_type*> sorted;
-    sorted.reserve(m_values.size());
-    for (const auto& pair : m_values) sorted.push_back(&pair);
-    std::sort(sorted.begin(), sorted.end(),
-              [](const auto* a, const auto* b) { return a->first < b->first; });
-    return sorted;
 }
 
 HCParseIni::HCParseIni() = default;
@@ -201,11 +204,11 @@ void HCParseIni::Load(const std::shared_ptr<std::string>& text) {
                            "section title has not close, %s\n", line.data());
             continue;
         }
-        std::unique_ptr<HCIniSection> section(new HCIniSection(line.substr(1, close - 1), text));
+        const std::string_view name = line.substr(1, close - 1);
+        std::unique_ptr<HCIniSection> section(new HCIniSection(name, text));
         current = section.get();
         // When the name repeats, the first section stays and this one takes its keys along.
-        if (!sections.try_emplace(section->m_strName, std::move(section)).second)
-            discarded = std::move(section);
+        if (!sections.try_emplace(name, std::move(section)).second) discarded = std::move(section);
     }
     m_sections.swap(sections);
 }
@@ -253,6 +256,8 @@ int HCParseIni::GetValue(const std::string& section, const std::string& key, cha
     return found != nullptr ? found->GetValue(key, buf, size) : -1;
 }
 
-void HCParseIni::Print() const {
-    for (const auto& [name, section] : m_sections) section->Print();
+void HCParseIni::Print() const try {
+    for (const auto* entry : Sorted(m_sections)) entry->second->Print();
+} catch (const std::bad_alloc&) {
+    return;
 }

@@ -15,8 +15,13 @@ class WholeFile {
     explicit WholeFile(const char* path) {
         if (path == nullptr) return;
         m_fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
-        if (m_fd < 0 || Measure()) return;
-        const int error = errno;
+        if (m_fd < 0) return;
+        struct stat status;
+        const int error = fstat(m_fd, &status) != 0 ? errno : Refusal(status);
+        if (error == 0) {
+            m_size = static_cast<size_t>(status.st_size);
+            return;
+        }
         close(m_fd);
         m_fd = -1;
         errno = error;
@@ -49,15 +54,11 @@ class WholeFile {
     static constexpr size_t kMaxSize = INT32_MAX - 1;
 
   private:
-    bool Measure() {
-        struct stat status;
-        if (fstat(m_fd, &status) != 0) return false;
-        errno = S_ISDIR(status.st_mode)                              ? EISDIR
-                : S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode) ? ENOTSUP
-                : status.st_size > static_cast<off_t>(kMaxSize)      ? EFBIG
-                                                                     : 0;
-        m_size = static_cast<size_t>(status.st_size);
-        return errno == 0;
+    // The error that keeps a file from being loaded, 0 for none.
+    static int Refusal(const struct stat& status) {
+        if (S_ISDIR(status.st_mode)) return EISDIR;
+        if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) return ENOTSUP;
+        return status.st_size > static_cast<off_t>(kMaxSize) ? EFBIG : 0;
     }
 
     int m_fd = -1;

@@ -16,6 +16,7 @@
 #define HYBASE_HCUTIL_HCCSV_H
 
 #include <hybase/export.h>
+#include <stddef.h>
 #include <stdint.h>
 
 #include <string>
@@ -57,8 +58,10 @@ class HYBASE_API HCCsv {
     std::string& GetValue(int row, const char* col_name, std::string& value);
 
   private:
+    int Split(size_t length);
+
     char* data;     // the text, the cells point into it
-    char*** cells;  // [rows][cols]; null where the line has no such field
+    char*** cells;  // of row r from cells[r - 1] to cells[r], which is cells[rows] for the last one
     int32_t rows;
     int32_t cols;
 };

@@ -28,7 +28,6 @@
 
 #include <hybase/export.h>
 
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -49,9 +48,9 @@ class HYBASE_API HCIniSection {
     // that the value would just fill is refused.
     int GetValue(const std::string& key, char* buf, int size) const;
 
-    // Walks the section in ascending order of the keys. SeekSet goes to the first key; GetNext
-    // copies a pair and goes to the next one, or returns -1 (without a record) when none is left.
-    // There is one position in a section: two walks at a time disturb each other.
+    // Walks the section in ascending order of the keys. SeekSet, with which a walk begins, goes to
+    // the first key; GetNext copies a pair and goes to the next one, or returns -1 (without a
+    // record) when none is left. A section has one position: two walks disturb each other.
     void SeekSet();
     int GetNext(std::string& key, std::string& value);
 
@@ -65,7 +64,6 @@ class HYBASE_API HCIniSection {
 
     HCIniSection(std::string_view name, std::shared_ptr<const std::string> text);
     const std::string_view* Find(const std::string& key, const char* kind) const;
-    std::vector<const Values::value_type*> Sorted() const;
 
     std::string m_strName;
     Values m_values;                                    // views into m_text
@@ -105,7 +103,8 @@ class HYBASE_API HCParseIni {
     void Print() const;
 
   private:
-    using Sections = std::map<std::string, std::unique_ptr<HCIniSection>>;
+    // By their names, which are views into the text that the sections keep.
+    using Sections = std::unordered_map<std::string_view, std::unique_ptr<HCIniSection>>;
 
     void Load(const std::shared_ptr<std::string>& text);
     static void AddKey(HCIniSection* section, std::string_view line);
