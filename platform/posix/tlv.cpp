@@ -346,7 +346,6 @@ int PutNumber(utltlv_t tlv, int type, uint8_t kind, uint64_t number, size_t byte
 
 int PutBytes(utltlv_t tlv, int type, uint8_t kind, const void* data, size_t length) {
     if (tlv == nullptr) return UTLTLV_ERR_NULL;
-    if (length > UTLTLV_MAX_VALUE) return UTLTLV_ERR_LENGTH;
     std::unique_ptr<uint8_t[]> copy;
     // A value of the same message would move away under the copying.
     if (length > 0 && tlv->Holds(data)) {
