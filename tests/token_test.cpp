@@ -67,7 +67,7 @@ TEST(Token, LivesWhileItIsUsed) {
         now_ms += age;
         return tokens.IsValid(other, nullptr);
     };
-    EXPECT_TRUE(lives(0, 0));
+    EXPECT_TRUE(lives(1, 1000));
     EXPECT_FALSE(lives(4294967, 4294967301));  // 5 in 32 bits
     EXPECT_FALSE(lives(4294967, -1));
 }
