@@ -80,8 +80,8 @@ class Outline {
     }
 
     // One pixel all around, two below, found at every byte. What decides about the pixels below is
-    // looked for a whole pixel on for every byte of the offset: it looks odd, but it is what makes
-    // the outline of small text, and stays.
+    // looked for a whole pixel on for every byte of the offset, which is right for pixels of one
+    // byte only; pictures rely on it, so it stays.
     void SurroundThin(int64_t row, ptrdiff_t offset) const {
         const ptrdiff_t stride = pixels_.stride;
         const ptrdiff_t pixel = pixels_.bytes;

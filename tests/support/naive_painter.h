@@ -102,16 +102,13 @@ struct NaivePainter {
         for (Int dy = row > 0 ? -1 : 0; dy <= 1; dy++) {
             for (Int dx = -1; dx <= 1; dx++) {
                 const Int step = dy * stride + dx * pixel, at = row * stride + offset + step;
-                const bool up = dy == -1 && dx == 0, down = dy == 1 && dx == 0;
-                const bool odd = size <= 16 && down;  // tested elsewhere than it is set
-                if (step == 0 || IsText(odd ? (row + 1) * stride + offset * pixel : at)) continue;
+                const bool thick = size > 16, up = dx == 0 && dy < 0, down = dx == 0 && dy > 0;
+                const Int elsewhere = (row + 1) * stride + offset * pixel;
+                if (step == 0 || IsText(down && !thick ? elsewhere : at)) continue;
                 Border(at);
-                bool twice = down && row + 2 < h;
-                if (size > 16) {
-                    twice |= up && row >= 2;
-                    twice |= dy == 0 && (dx < 0 ? offset > 1 : offset + 2 * pixel < stride);
-                }
-                if (twice) Border(at + step);
+                const bool across = dy == 0 && (dx < 0 ? offset > 1 : offset + 2 * pixel < stride);
+                if ((thick && (across || (up && row >= 2))) || (down && row + 2 < h))
+                    Border(at + step);
             }
         }
     }
@@ -172,12 +169,15 @@ struct NaivePainter {
     }
 
     void Icon(HCPainterIcon_e icon, int value, Int x, Int y) {
-        for (Int r = 0; r < size; r++) {
+        x = std::max<Int>(x, padding.left);
+        y = std::max<Int>(y, padding.top);
+        // A number is text at reference coordinates, though its place is given in pixels.
+        if (icon == ICON_NUMBER) Text(std::to_string(value), x, y);
+        for (Int r = 0; r < size && icon != ICON_NUMBER; r++) {
             for (Int c = 0; c < size; c++) {
                 const int level = IconLevel(icon, r * 16 / size, c * 16 / size);
                 const uint32_t color = level > (value & 255) ? 0xFF535252 : text;
-                Put(std::max<Int>(x, padding.left) + c, std::max<Int>(y, padding.top) + r,
-                    level == 0 ? back : color);
+                Put(x + c, y + r, level == 0 ? back : color);
             }
         }
     }

@@ -49,7 +49,7 @@ class HYBASE_API HCPainter {
     HCPainter();
 
     // Releases nothing: the canvas is the caller's, the fonts are the process's.
-    ~HCPainter();
+    ~HCPainter();  // NOLINT(performance-trivially-destructible): programs link to it
 
     // Loads the two fonts of the process. Both files are mapped, never read as a whole, and stay
     // mapped for the life of the process, those replaced by a later call included, and also one
@@ -120,9 +120,11 @@ class HYBASE_API HCPainter {
     // level WARN. All of these return 0 and set the end position.
     //
     // With a border, every pixel of the whole canvas that has the text colour is then outlined, so
-    // draw plain text before what it could be mistaken for. Sizes above 16 get a two-pixel outline
-    // with a cut at the corners; up to 16 a thinner one, which is right for a text colour of four
-    // equal bytes, such as 0xFFFFFFFF.
+    // give outlined text a colour of its own. Sizes above 16 get an outline of two pixels with cut
+    // corners. Up to 16 it has one pixel, and two below; this one counts in bytes and is made for
+    // canvases of 8 bits per pixel: on deeper ones it overwrites parts of the text, and it spreads
+    // over the whole canvas when the lowest byte of the border colour is one that the text colour
+    // consists of. Outline at 17 pixels or more there.
     //
     // The end position is the pixel behind the text, as if all of it (past 1023 bytes as well)
     // stood in one line in which "\n" has the width of a character.
