@@ -37,7 +37,7 @@ Cell NextGlyph(const std::string& file, bool wide, int size, const std::string& 
     const int second = pair ? static_cast<unsigned char>(text[(*at)++]) : 0;
     if (pair != wide) return Cell(0, size);
 
-    Cell cell(wide ? size : 8, size);
+    Cell cell(wide ? size : kNarrowColumns, size);
     size_t offset = 0;
     if (wide)
         offset = kHeaderBytes +
@@ -73,7 +73,7 @@ std::string BuildWide(FontSource& font, int size, Summary* summary) {
 std::string BuildNarrow(FontSource& font, int size, Summary* summary) {
     std::string file;
     for (int code = kFirstNarrow; code < kEndNarrow; code++) {
-        Cell cell(8, size);
+        Cell cell(kNarrowColumns, size);
         if (code != kDelete) Count(font.Draw(code, &cell), summary);
         Append(&file, cell, NarrowBytes(size));
     }

@@ -7,8 +7,9 @@
 
 namespace hyfont {
 
-constexpr int kMinSize = 16;   // below it the rows of single-byte glyphs would overlap
-constexpr int kMaxSize = 248;  // the header has a byte for it
+constexpr int kNarrowColumns = 8;  // of a single-byte glyph, whatever its size
+constexpr int kMinSize = 16;       // below it the rows of single-byte glyphs would overlap
+constexpr int kMaxSize = 248;      // the header has a byte for it
 
 struct Summary {
     int characters = 0;  // that the file should have

@@ -4,6 +4,8 @@
 
 #include <strings.h>
 
+#include <algorithm>
+
 namespace hyfont {
 
 namespace {
@@ -30,7 +32,7 @@ FontSource::~FontSource() {
     if (library_ != nullptr) FT_Done_FreeType(library_);
 }
 
-std::string FontSource::Open(const std::string& path, int size) {
+std::string FontSource::Open(const std::string& path, int size, int columns) {
     if (FT_Init_FreeType(&library_) != 0) return "FreeType does not start";
     if (FT_New_Face(library_, path.c_str(), 0, &face_) != 0) return "cannot open the font " + path;
     gb2312_ = CountsByGb2312(face_);
@@ -38,15 +40,25 @@ std::string FontSource::Open(const std::string& path, int size) {
     if (!gb2312_) FT_Select_Charmap(face_, FT_ENCODING_UNICODE);
     if (face_->charmap == nullptr && face_->num_charmaps > 0)
         FT_Set_Charmap(face_, face_->charmaps[0]);
-    return SelectSize(size);
+    return SelectSize(size, columns);
 }
 
-std::string FontSource::SelectSize(int size) {
+// A letter as wide as M takes all columns, a line from ascender to descender all rows.
+void FontSource::FitOutlines(int size, int columns) {
+    if (FT_Load_Char(face_, 'M', FT_LOAD_TARGET_MONO) != 0) return;
+    const int advance = std::max(static_cast<int>(face_->glyph->advance.x / 64), columns);
+    const FT_Size_Metrics& metrics = face_->size->metrics;
+    const int line = std::max(static_cast<int>((metrics.ascender - metrics.descender) / 64), size);
+    FT_Set_Pixel_Sizes(face_, size * columns / advance, size * size / line);
+}
+
+std::string FontSource::SelectSize(int size, int columns) {
     int strike = -1;
     for (int i = 0; i < face_->num_fixed_sizes; i++)
         if (face_->available_sizes[i].height == size) strike = i;
     if (strike >= 0 ? FT_Select_Size(face_, strike) != 0 : FT_Set_Pixel_Sizes(face_, 0, size) != 0)
         return "the font has no size of " + std::to_string(size) + " pixels";
+    if (strike < 0 && columns < size) FitOutlines(size, columns);
     // A line of the font, which may be higher than the cell, stands in its middle.
     const int ascender = face_->size->metrics.ascender / 64;
     const int descender = face_->size->metrics.descender / 64;

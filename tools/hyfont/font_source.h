@@ -34,8 +34,9 @@ class FontSource {
     FontSource& operator=(const FontSource&) = delete;
 
     // Opens a font at `size` pixels: its bitmaps of that height if it has some, its outlines
-    // otherwise. Returns an empty text, or what is wrong.
-    std::string Open(const std::string& path, int size);
+    // otherwise. Where cells have fewer columns than rows, outlines are made to fit, so that
+    // letters lose none of their dots. Returns an empty text, or what is wrong.
+    std::string Open(const std::string& path, int size, int columns);
 
     // The font counts its characters by GB2312 and not by Unicode.
     bool IsGb2312() const { return gb2312_; }
@@ -46,7 +47,8 @@ class FontSource {
     Result Draw(uint32_t code, Cell* cell);
 
   private:
-    std::string SelectSize(int size);
+    std::string SelectSize(int size, int columns);
+    void FitOutlines(int size, int columns);
 
     FT_Library library_ = nullptr;
     FT_Face face_ = nullptr;

@@ -48,7 +48,7 @@ bool Replace(const std::string& path, const std::string& content) {
 
 int Build(bool wide, int size, const std::string& font_path, const std::string& out_path) {
     hyfont::FontSource font;
-    const std::string problem = font.Open(font_path, size);
+    const std::string problem = font.Open(font_path, size, wide ? size : hyfont::kNarrowColumns);
     if (!problem.empty()) return Fail(problem);
     hyfont::Summary summary;
     const std::string file =
