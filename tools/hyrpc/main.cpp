@@ -13,6 +13,7 @@
 #include "bench.h"
 #include "client.h"
 #include "options.h"
+#include "tlv_table.h"
 
 namespace {
 
@@ -83,6 +84,10 @@ ExitStatus Report(const Options& options, const Response& response, FILE* result
     if (!options.bin_out.empty() && !WriteFile(options.bin_out, response.binary)) {
         fprintf(stderr, "hyrpc: cannot write %s: %s\n", options.bin_out.c_str(), strerror(errno));
         return kBadUsage;
+    }
+    if (options.tlv && response.errorcode == 0 && !hyrpc::PrintTlvTable(response.binary, results)) {
+        fprintf(stderr, "hyrpc: %s: no TLV message behind the response\n", options.method.c_str());
+        return kMethodError;
     }
     if (response.errorcode == 0) return kSucceeded;
     fprintf(stderr, "hyrpc: %s: error %d%s%s\n", options.method.c_str(), response.errorcode,

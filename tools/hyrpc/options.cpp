@@ -26,6 +26,8 @@ constexpr char kUsage[] =
     "  -t, --timeout SECONDS    give up after that long, default 10\n"
     "      --bin-in FILE        send FILE as binary data behind the request\n"
     "      --bin-out FILE       write the binary data behind the response to FILE\n"
+    "      --tlv                print the binary data behind the response as a table of\n"
+    "                           TLV values\n"
     "      --watch              the same as the word watch\n"
     "  -c, --connections N      bench: connections at once, default 1\n"
     "  -n, --count N            watch: end after N notifications; bench: calls a connection,\n"
@@ -41,7 +43,7 @@ constexpr char kUsage[] =
 
 constexpr int kDefaultBenchCalls = 100;
 
-enum LongOption { kBinIn = 256, kBinOut, kWatch };
+enum LongOption { kBinIn = 256, kBinOut, kTlv, kWatch };
 
 const option kLongOptions[] = {
     {"user", required_argument, nullptr, 'u'},
@@ -53,6 +55,7 @@ const option kLongOptions[] = {
     {"watch", no_argument, nullptr, kWatch},
     {"count", required_argument, nullptr, 'n'},
     {"connections", required_argument, nullptr, 'c'},
+    {"tlv", no_argument, nullptr, kTlv},
     {"verbose", no_argument, nullptr, 'v'},
     {"help", no_argument, nullptr, 'h'},
     {"version", no_argument, nullptr, 'V'},
@@ -137,6 +140,9 @@ ParseResult ParseOptions(int argc, char** argv, Options& options) {
                 break;
             case kBinOut:
                 options.bin_out = optarg;
+                break;
+            case kTlv:
+                options.tlv = true;
                 break;
             case kWatch:
                 options.mode = Mode::kWatch;

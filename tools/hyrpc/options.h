@@ -20,6 +20,7 @@ struct Options {
     std::string login_record;  // empty: the library's default record
     std::string bin_in;        // file sent behind the request
     std::string bin_out;       // file that takes what came behind the response
+    bool tlv = false;          // print what came behind the response as a table of TLV values
     int timeout_seconds = 10;
     int connections = 1;  // of the bench
     int count = 0;  // notifications to watch for (0: until interrupted), or calls a connection
