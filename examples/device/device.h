@@ -1,24 +1,20 @@
 // A small device: an RPC server, what its methods work on, notifications, logs.
 #pragma once
 
+#include <cjson/cJSON.h>
+#include <hybase/hcutil/HCCsv.h>
+#include <hybase/hcutil/HCLoginErrorMgr.h>
 #include <hybase/hcutil/HCTCPGrpcServer.h>
+#include <hybase/hcutil/HCTokenManager.h>
 
 #include <atomic>
 #include <mutex>
 #include <string>
 
 #include "config.h"
+#include "settings.h"
 
 namespace hydevice {
-
-struct Options {
-    std::string ip = "127.0.0.1";
-    unsigned short port = 8600;  // 0: a free one
-    std::string unix_name;       // not empty: an abstract Unix socket instead of TCP
-    std::string log_folder;      // empty: no log files
-    int log_bytes = 65536;       // size at which a log file is full
-    int log_files = 5;           // how many are kept
-};
 
 // The methods that callers may use; ends with a row without a name.
 grpcMethod_t* Methods();
@@ -30,12 +26,13 @@ class Server : public HCTCPGrpcServer {
     HCNetPackage* CreateServer() override;
 };
 
+// Handlers of one server never run at the same time; the main thread calls Tick meanwhile.
 class Device {
   public:
-    Device();
+    explicit Device(const Settings& settings);
 
-    // Begins to listen. False when the address cannot be had.
-    bool Start(const Options& options);
+    // Begins to listen. False with one line in `error`.
+    bool Start(std::string& error);
 
     // Where it listens: "127.0.0.1:8600" or "unix:NAME".
     std::string ListeningAt() const;
@@ -43,26 +40,38 @@ class Device {
     // To be called every second: tells every connected client when it is time to.
     void Tick();
 
+    // What can be set while the device runs.
     Config GetConfig();
+    bool SetConfig(const cJSON* json, std::string& error);  // as ApplyConfig
 
-    // Changes settings as ApplyConfig does and puts them into effect.
-    bool SetConfig(const cJSON* json, std::string& error);
+    // Checks a password. On success a new token and the user's level; otherwise `error` says why
+    // not, and for how long the user is blocked.
+    bool LogIn(const std::string& name, const std::string& password, std::string& token, int& level,
+               std::string& error);
+    bool LogOut(const std::string& token);
 
-    // The account of that name, null when there is none.
-    const grpcUser_t* FindAccount(const std::string& name) const;
+    // The user a token belongs to. False when it is not good any more.
+    bool TokenOwner(const std::string& token, std::string& name);
 
-    // Requests served since the start or the last reset. Handlers of one server never run at the
-    // same time, notifications come from another thread.
+    // The table of channels: an array of objects, one a row, with the headings as keys.
+    cJSON* ListChannels();
+
+    // Calls served since the start or the last reset.
     std::atomic<int> m_served{0};
 
   private:
-    void AddAccount(const char* name, const char* password, int level);
-    void ConfigureLog(const Config& config);
+    const grpcUser_t* FindAccount(const std::string& name) const;
+    void ConfigureLog(int level);
+    bool LoadChannels();
+    bool LoadFonts();
 
-    Options m_options;
+    Settings m_settings;
     int m_ticks = 0;
     int m_events = 0;
-    int m_log_level = -1;  // in effect; changed by Start, then by handlers only
+    int m_log_level = -1;  // in effect
+    HCTokenManager m_tokens;
+    HCLoginErrorMgr m_lockout;
+    HCCsv m_channels;
     std::mutex m_mutex;
     Config m_config;  // guarded by m_mutex
     Server m_server;  // last: its threads end before the members they use

@@ -24,8 +24,8 @@ sigset_t BlockStopSignals() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    hydevice::Options options;
-    switch (hydevice::ParseOptions(argc, argv, options)) {
+    hydevice::Settings settings;
+    switch (hydevice::ParseOptions(argc, argv, settings)) {
         case hydevice::ParseResult::kDone:
             return 0;
         case hydevice::ParseResult::kBadUsage:
@@ -34,9 +34,10 @@ int main(int argc, char** argv) {
             break;
     }
     sigset_t stop_signals = BlockStopSignals();
-    hydevice::Device device;
-    if (!device.Start(options)) {
-        fprintf(stderr, "hydevice: cannot listen at %s\n", device.ListeningAt().c_str());
+    hydevice::Device device(settings);
+    std::string error;
+    if (!device.Start(error)) {
+        fprintf(stderr, "hydevice: %s\n", error.c_str());
         return 1;
     }
     printf("listening at %s\n", device.ListeningAt().c_str());

@@ -4,14 +4,17 @@
 #include <cjson/cJSON.h>
 #include <hybase/cjson_value.h>
 #include <hybase/grpc.h>
+#include <hybase/hcutil/HCTLV.h>
 #include <hybase/hlog.h>
 #include <hyplatform/arch.h>
 #include <hyplatform/utl_md5.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
 #include "device.h"
+#include "osd.h"
 
 namespace hydevice {
 namespace {
@@ -30,6 +33,15 @@ const cJSON* Param(_grpc_t* context) { return cJSON_GetObjectItem(context->json,
 int32_t Fail(_grpc_t* context, int32_t code, const char* message) {
     grpc_s_set_error(context, code, message);
     return code;
+}
+
+// Sends a copy of the bytes behind the response: that goes out when the handler has returned.
+int32_t SendTail(_grpc_t* context, const void* data, int bytes) {
+    void* tail = grpc_malloc(context, bytes);
+    if (tail == nullptr) return Fail(context, kNoMemory, "no memory");
+    memcpy(tail, data, static_cast<size_t>(bytes));
+    grpc_set_send_bindata(context, tail, bytes);
+    return 0;
 }
 
 void AddHex(cJSON* json, const char* key, const unsigned char (&digest)[16]) {
@@ -117,17 +129,79 @@ int32_t Download(_grpc_t* context) {
     return 0;
 }
 
-// Callable without a digest: it is how a user finds out whether his password is right.
+// Callable without a digest: it is how a user shows that he knows his password, and gets a token.
 int32_t AccountLogin(_grpc_t* context) {
     const char* name = cJSON_GetObjectValueString(Param(context), "name");
     const char* password = cJSON_GetObjectValueString(Param(context), "password");
     if (name == nullptr || password == nullptr)
         return Fail(context, kBadParam, "account_login takes name and password");
-    const grpcUser_t* account = Owner(context)->FindAccount(name);
-    if (account == nullptr || strcmp(account->passwd, password) != 0)
-        return Fail(context, kRefused, "wrong name or password");
-    cJSON_AddNumberToObject(context->json, "level", account->level);
+    std::string token;
+    std::string error;
+    int level = 0;
+    if (!Owner(context)->LogIn(name, password, token, level, error))
+        return Fail(context, kRefused, error.c_str());
+    cJSON_AddStringToObject(context->json, "token", token.c_str());
+    cJSON_AddNumberToObject(context->json, "level", level);
     return 0;
+}
+
+// The token of a call, or an empty text.
+std::string Token(_grpc_t* context) {
+    const char* token = cJSON_GetObjectValueString(Param(context), "token");
+    return token != nullptr ? token : "";
+}
+
+int32_t Logout(_grpc_t* context) {
+    if (Owner(context)->LogOut(Token(context))) return 0;
+    return Fail(context, kRefused, "no such token");
+}
+
+// For holders of a good token only.
+int32_t SessionInfo(_grpc_t* context) {
+    std::string name;
+    if (!Owner(context)->TokenOwner(Token(context), name))
+        return Fail(context, kRefused, "the token is not good, log in again");
+    cJSON_AddStringToObject(context->json, "name", name.c_str());
+    return 0;
+}
+
+int32_t ChannelList(_grpc_t* context) {
+    cJSON_AddItemToObject(context->json, "channels", Owner(context)->ListChannels());
+    return 0;
+}
+
+// Types of the values in a status message.
+enum StatusType {
+    kStatusName = 1,
+    kStatusUptime,
+    kStatusServed,
+    kStatusLoad,
+    kStatusPicture,
+    kStatusAreas
+};
+
+int32_t TlvStatus(_grpc_t* context) {
+    HCTLV status("device.status");
+    double load = 0;
+    getloadavg(&load, 1);
+    const TLVSize_t picture = {1920, 1080};
+    const TLVRuleArea_t area = {1, 3, {{100, 100}, {800, 120}, {420, 700}}};
+    status.AddStringValue(kStatusName, Owner(context)->GetConfig().name);
+    status.AddUInt64Value(kStatusUptime, static_cast<uint64_t>(arch_getSystemStartupMs()));
+    status.AddUInt32Value(kStatusServed, static_cast<unsigned int>(Owner(context)->m_served));
+    status.AddFloatValue(kStatusLoad, static_cast<float>(load));
+    status.AddSizeValue(kStatusPicture, &picture);
+    status.AddRuleAreasValue(kStatusAreas, &area, 1);
+
+    return SendTail(context, status.GetTLVBuffer(), status.GetTLVBytes());
+}
+
+// Draws a picture; the answer's binary data is a PNG.
+int32_t OsdDraw(_grpc_t* context) {
+    std::string png;
+    std::string error;
+    if (!DrawOverlay(Param(context), png, error)) return Fail(context, kBadParam, error.c_str());
+    return SendTail(context, png.data(), static_cast<int>(png.size()));
 }
 
 int32_t ResetCounters(_grpc_t* context) {
@@ -154,6 +228,11 @@ grpcMethod_t g_methods[] = {
     {"upload", Served<Upload>, 2},
     {"download", Served<Download>, 2},
     {"account_login", Served<AccountLogin>, 2},
+    {"logout", Served<Logout>, 2},
+    {"session_info", Served<SessionInfo>, 2},
+    {"channel_list", Served<ChannelList>, 2},
+    {"osd_draw", Served<OsdDraw>, 2},
+    {"tlv_status", Served<TlvStatus>, 2},
     {"config_get", Served<ConfigGet>, 2},
     {"config_set", Served<ConfigSet>, 0},
     {"reset_counters", Served<ResetCounters>, 0},

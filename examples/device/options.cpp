@@ -4,78 +4,69 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <optional>
+
 namespace hydevice {
 namespace {
 
 constexpr char kUsage[] =
-    "usage: hydevice [--ip ADDRESS] [--port PORT] [--log FOLDER]\n"
-    "       hydevice --unix NAME [--log FOLDER]\n"
+    "usage: hydevice [--ip ADDRESS] [--port PORT] [--unix NAME] [--log FOLDER] [FILE.ini]\n"
     "\n"
     "A small device that serves JSON calls; talk to it with hyrpc.\n"
     "\n"
-    "  --ip ADDRESS       address to listen at, default 127.0.0.1\n"
-    "  --port PORT        port, default 8600; 0 takes a free one\n"
-    "  --unix NAME        listen at an abstract Unix socket instead\n"
-    "  --log FOLDER       keep log files there\n"
-    "  --log-bytes BYTES  begin the next file at that size, default 65536\n"
-    "  --log-files COUNT  keep that many, default 5\n"
-    "  --help             this page\n"
+    "  FILE.ini      settings; examples/device/device.ini explains them\n"
+    "  --ip ADDRESS  address to listen at, default 127.0.0.1\n"
+    "  --port PORT   port, default 8600; 0 takes a free one\n"
+    "  --unix NAME   listen at an abstract Unix socket instead\n"
+    "  --log FOLDER  keep log files there\n"
+    "  --help        this page\n"
     "\n"
     "Prints \"listening at ADDRESS\" when it is ready; SIGINT or SIGTERM stops it.\n";
 
 const option kLongOptions[] = {
-    {"ip", required_argument, nullptr, 'i'},
-    {"port", required_argument, nullptr, 'p'},
-    {"unix", required_argument, nullptr, 'u'},
-    {"log", required_argument, nullptr, 'l'},
-    {"log-bytes", required_argument, nullptr, 'b'},
-    {"log-files", required_argument, nullptr, 'f'},
-    {"help", no_argument, nullptr, 'h'},
-    {nullptr, 0, nullptr, 0},
+    {"ip", required_argument, nullptr, 'i'},   {"port", required_argument, nullptr, 'p'},
+    {"unix", required_argument, nullptr, 'u'}, {"log", required_argument, nullptr, 'l'},
+    {"help", no_argument, nullptr, 'h'},       {nullptr, 0, nullptr, 0},
 };
 
-ParseResult Refuse(const char* reason) {
-    fprintf(stderr, "hydevice: %s; see hydevice --help\n", reason);
+// Options that were given; they win over the file.
+struct Given {
+    std::optional<std::string> ip, unix_name, log_folder;
+    std::optional<int> port;
+};
+
+ParseResult Refuse(const std::string& reason) {
+    fprintf(stderr, "hydevice: %s\n", reason.c_str());
     return ParseResult::kBadUsage;
 }
 
-bool ParseNumber(const char* text, long least, long most, long& number) {
+bool ParsePort(const char* text, std::optional<int>& port) {
     char* end = nullptr;
-    number = strtol(text, &end, 10);
-    return end != text && *end == '\0' && number >= least && number <= most;
+    const long number = strtol(text, &end, 10);
+    if (end == text || *end != '\0' || number < 0 || number > 65535) return false;
+    port = static_cast<int>(number);
+    return true;
 }
 
 }  // namespace
 
-ParseResult ParseOptions(int argc, char** argv, Options& options) {
-    long number = 0;
+ParseResult ParseOptions(int argc, char** argv, Settings& settings) {
+    Given given;
     for (;;) {
         int letter = getopt_long(argc, argv, "h", kLongOptions, nullptr);
         if (letter == -1) break;
         switch (letter) {
             case 'i':
-                options.ip = optarg;
+                given.ip = optarg;
                 break;
             case 'p':
-                if (!ParseNumber(optarg, 0, 65535, number))
-                    return Refuse("--port takes 0 to 65535");
-                options.port = static_cast<unsigned short>(number);
+                if (!ParsePort(optarg, given.port)) return Refuse("--port takes 0 to 65535");
                 break;
             case 'u':
-                options.unix_name = optarg;
+                given.unix_name = optarg;
                 break;
             case 'l':
-                options.log_folder = optarg;
-                break;
-            case 'b':
-                if (!ParseNumber(optarg, 1024, 1 << 30, number))
-                    return Refuse("--log-bytes takes 1024 to 1073741824");
-                options.log_bytes = static_cast<int>(number);
-                break;
-            case 'f':
-                if (!ParseNumber(optarg, 1, 10000, number))
-                    return Refuse("--log-files takes 1 to 10000");
-                options.log_files = static_cast<int>(number);
+                given.log_folder = optarg;
                 break;
             case 'h':
                 fputs(kUsage, stdout);
@@ -84,7 +75,16 @@ ParseResult ParseOptions(int argc, char** argv, Options& options) {
                 return ParseResult::kBadUsage;  // getopt has said why
         }
     }
-    return optind == argc ? ParseResult::kRun : Refuse("too many words");
+    if (argc - optind > 1) return Refuse("one settings file at most; see hydevice --help");
+    settings.accounts = DefaultAccounts();
+    std::string error;
+    if (optind < argc && !LoadSettings(argv[optind], settings, error)) return Refuse(error);
+
+    settings.ip = given.ip.value_or(settings.ip);
+    settings.port = given.port.value_or(settings.port);
+    settings.unix_name = given.unix_name.value_or(settings.unix_name);
+    settings.log_folder = given.log_folder.value_or(settings.log_folder);
+    return ParseResult::kRun;
 }
 
 }  // namespace hydevice
