@@ -44,7 +44,8 @@ class Picture : public HCanvas {
         image.height = static_cast<png_uint_32>(Rect()->h);
         image.format = PNG_FORMAT_BGRA;
         png_alloc_size_t bytes = 0;
-        if (!png_image_write_to_memory(&image, nullptr, &bytes, 0, Buffer(), 0, nullptr)) return false;
+        if (!png_image_write_to_memory(&image, nullptr, &bytes, 0, Buffer(), 0, nullptr))
+            return false;
         png.resize(bytes);
         return png_image_write_to_memory(&image, &png[0], &bytes, 0, Buffer(), 0, nullptr) != 0;
     }
@@ -100,8 +101,9 @@ class Command {
 
     uint32_t Color(const char* key) {
         const std::string text = Text(key);
-        const bool digits = text.size() == 9 && text[0] == '#' &&
-                            text.find_first_not_of("0123456789abcdefABCDEF", 1) == std::string::npos;
+        const bool digits =
+            text.size() == 9 && text[0] == '#' &&
+            text.find_first_not_of("0123456789abcdefABCDEF", 1) == std::string::npos;
         if (!digits) Complain(std::string(key) + " must be a colour, \"#AARRGGBB\"");
         return digits ? static_cast<uint32_t>(strtoul(text.c_str() + 1, nullptr, 16)) : 0;
     }
@@ -188,8 +190,9 @@ class Overlay {
     }
 
     void DrawRect(Command& command) {
-        const HRect_t rect = {command.Number("x", kLeast, kMost), command.Number("y", kLeast, kMost),
-                              command.Number("w", 0, kMost), command.Number("h", 0, kMost)};
+        const HRect_t rect = {command.Number("x", kLeast, kMost),
+                              command.Number("y", kLeast, kMost), command.Number("w", 0, kMost),
+                              command.Number("h", 0, kMost)};
         m_painter.SetRectType(command.IsTrue("corners") ? 1 : 0);
         if (command.Good()) m_painter.DrawRect(rect);
     }

@@ -34,8 +34,8 @@ struct Settings {
 // The accounts of a device without a settings file.
 std::vector<grpcUser_t> DefaultAccounts();
 
-// Reads the settings file `path`; what it does not set keeps its value. False with one line in `error`
-// that names file, section and key.
+// Reads the settings file `path`; what it does not set keeps its value. False with one line in
+// `error` that names file, section and key.
 bool LoadSettings(const std::string& path, Settings& settings, std::string& error);
 
 }  // namespace hydevice

@@ -9,19 +9,32 @@ constexpr size_t kBytesShown = 32;
 
 const char* KindName(int kind) {
     switch (kind) {
-        case UTLTLV_UINT8: return "uint8";
-        case UTLTLV_UINT16: return "uint16";
-        case UTLTLV_UINT32: return "uint32";
-        case UTLTLV_UINT64: return "uint64";
-        case UTLTLV_FLOAT: return "float";
-        case UTLTLV_DOUBLE: return "double";
-        case UTLTLV_STRING: return "string";
-        case UTLTLV_BYTES: return "bytes";
-        case UTLTLV_SIZE: return "size";
-        case UTLTLV_RECT: return "rect";
-        case UTLTLV_RULE_AREAS: return "rule areas";
-        case UTLTLV_OBJ_AREAS: return "obj areas";
-        default: return "?";
+        case UTLTLV_UINT8:
+            return "uint8";
+        case UTLTLV_UINT16:
+            return "uint16";
+        case UTLTLV_UINT32:
+            return "uint32";
+        case UTLTLV_UINT64:
+            return "uint64";
+        case UTLTLV_FLOAT:
+            return "float";
+        case UTLTLV_DOUBLE:
+            return "double";
+        case UTLTLV_STRING:
+            return "string";
+        case UTLTLV_BYTES:
+            return "bytes";
+        case UTLTLV_SIZE:
+            return "size";
+        case UTLTLV_RECT:
+            return "rect";
+        case UTLTLV_RULE_AREAS:
+            return "rule areas";
+        case UTLTLV_OBJ_AREAS:
+            return "obj areas";
+        default:
+            return "?";
     }
 }
 
@@ -93,20 +106,35 @@ std::string ValueText(HCTLV& message, int type, int kind) {
     TLVSize_t size{};
     TLVRect_t rect{};
     switch (kind) {
-        case UTLTLV_UINT8: return Scalar(message, type, &HCTLV::GetUInt8Value);
-        case UTLTLV_UINT16: return Scalar(message, type, &HCTLV::GetUInt16Value);
-        case UTLTLV_UINT32: return Scalar(message, type, &HCTLV::GetUInt32Value);
-        case UTLTLV_UINT64: return Scalar(message, type, &HCTLV::GetUInt64Value);
-        case UTLTLV_FLOAT: message.GetFloatValue(type, single); return Number(single);
-        case UTLTLV_DOUBLE: message.GetDoubleValue(type, number); return Number(number);
-        case UTLTLV_STRING: message.GetStringValue(type, text); return text;
+        case UTLTLV_UINT8:
+            return Scalar(message, type, &HCTLV::GetUInt8Value);
+        case UTLTLV_UINT16:
+            return Scalar(message, type, &HCTLV::GetUInt16Value);
+        case UTLTLV_UINT32:
+            return Scalar(message, type, &HCTLV::GetUInt32Value);
+        case UTLTLV_UINT64:
+            return Scalar(message, type, &HCTLV::GetUInt64Value);
+        case UTLTLV_FLOAT:
+            message.GetFloatValue(type, single);
+            return Number(single);
+        case UTLTLV_DOUBLE:
+            message.GetDoubleValue(type, number);
+            return Number(number);
+        case UTLTLV_STRING:
+            message.GetStringValue(type, text);
+            return text;
         case UTLTLV_SIZE:
             message.GetSizeValue(type, &size);
             return std::to_string(size.w) + "x" + std::to_string(size.h);
-        case UTLTLV_RECT: message.GetRectValue(type, &rect); return Rect(rect);
-        case UTLTLV_RULE_AREAS: return RuleAreas(message, type);
-        case UTLTLV_OBJ_AREAS: return ObjAreas(message, type);
-        default: return Bytes(message, type);
+        case UTLTLV_RECT:
+            message.GetRectValue(type, &rect);
+            return Rect(rect);
+        case UTLTLV_RULE_AREAS:
+            return RuleAreas(message, type);
+        case UTLTLV_OBJ_AREAS:
+            return ObjAreas(message, type);
+        default:
+            return Bytes(message, type);
     }
 }
 
@@ -123,8 +151,7 @@ bool PrintTlvTable(const std::string& message, FILE* out) {
     int kind = 0;
     const int* after = nullptr;
     for (; utltlv_get_next(tlv.GetCHdl(), after, &type, &kind) == 0; after = &type)
-        fprintf(out, "%6d  %-10s  %s\n", type, KindName(kind),
-                ValueText(tlv, type, kind).c_str());
+        fprintf(out, "%6d  %-10s  %s\n", type, KindName(kind), ValueText(tlv, type, kind).c_str());
     return true;
 }
 
