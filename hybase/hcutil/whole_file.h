@@ -10,8 +10,8 @@
 
 class WholeFile {
   public:
-    // Opens a file that can be read to an end: folders and devices are refused, and so is what has
-    // 2 GiB or more, so that whatever is counted in a file fits 32 bits.
+    // Opens a file that can be read to an end. Devices are refused, and so is what has 2 GiB or
+    // more, so that whatever is counted in a file fits 32 bits. A folder opens, but Read fails.
     explicit WholeFile(const char* path) {
         if (path == nullptr) return;
         m_fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
@@ -56,7 +56,6 @@ class WholeFile {
   private:
     // The error that keeps a file from being loaded, 0 for none.
     static int Refusal(const struct stat& status) {
-        if (S_ISDIR(status.st_mode)) return EISDIR;
         if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) return ENOTSUP;
         return status.st_size > static_cast<off_t>(kMaxSize) ? EFBIG : 0;
     }
