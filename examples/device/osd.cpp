@@ -18,6 +18,8 @@ namespace {
 constexpr int kMaxSide = 4096;
 constexpr int kMaxCommands = 10000;
 constexpr int kMaxFontSize = 512;
+const iconv_t kNoConverter =
+    iconv_t(-1);  // NOLINT(performance-no-int-to-ptr): as iconv_open has it
 
 // A canvas that frees its pixels.
 class Picture : public HCanvas {
@@ -54,7 +56,7 @@ class Picture : public HCanvas {
 // The fonts know GB2312; what it has not becomes a question mark.
 std::string ToGb2312(const std::string& utf8) {
     iconv_t converter = iconv_open("GB2312", "UTF-8");
-    if (converter == reinterpret_cast<iconv_t>(-1)) return utf8;
+    if (converter == kNoConverter) return utf8;
     std::string out;
     std::vector<char> input(utf8.begin(), utf8.end());
     char* in = input.data();
