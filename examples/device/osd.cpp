@@ -1,6 +1,5 @@
 #include "osd.h"
 
-#include <errno.h>
 #include <hybase/cjson_value.h>
 #include <hybase/hcutil/HCPainter.h>
 #include <iconv.h>
@@ -18,6 +17,7 @@ namespace {
 constexpr int kMaxSide = 4096;
 constexpr int kMaxCommands = 10000;
 constexpr int kMaxFontSize = 512;
+constexpr size_t kIconvFailed = static_cast<size_t>(-1);
 const iconv_t kNoConverter =
     iconv_t(-1);  // NOLINT(performance-no-int-to-ptr): as iconv_open has it
 
@@ -53,10 +53,28 @@ class Picture : public HCanvas {
     }
 };
 
-// The fonts know GB2312; what it has not becomes a question mark.
+// What iconv does, for a system that has no conversion: false at the first character beyond ASCII.
+bool CopyAscii(char*& in, size_t& left, char*& to, size_t& room) {
+    while (left > 0 && room > 0 && (*in & 0x80) == 0) {
+        *to++ = *in++;
+        left--;
+        room--;
+    }
+    return left == 0;
+}
+
+// Past one character of UTF-8, or one byte of what is none.
+void SkipCharacter(char*& in, size_t& left) {
+    do {
+        in++;
+        left--;
+    } while (left > 0 && (*in & 0xC0) == 0x80);
+}
+
+// The fonts know GB2312; what it has not becomes a question mark, and so does everything beyond
+// ASCII on a system without that conversion.
 std::string ToGb2312(const std::string& utf8) {
     iconv_t converter = iconv_open("GB2312", "UTF-8");
-    if (converter == kNoConverter) return utf8;
     std::string out;
     std::vector<char> input(utf8.begin(), utf8.end());
     char* in = input.data();
@@ -65,16 +83,15 @@ std::string ToGb2312(const std::string& utf8) {
         char block[256];
         char* to = block;
         size_t room = sizeof block;
-        const size_t result = iconv(converter, &in, &left, &to, &room);
+        const bool converted = converter != kNoConverter
+                                   ? iconv(converter, &in, &left, &to, &room) != kIconvFailed
+                                   : CopyAscii(in, left, to, room);
         out.append(block, to);
-        if (result != static_cast<size_t>(-1) || errno == E2BIG) continue;
+        if (converted || room < sizeof(uint16_t)) continue;
         out += '?';
-        do {  // the rest of a character that cannot be had
-            in++;
-            left--;
-        } while (left > 0 && (*in & 0xC0) == 0x80);
+        SkipCharacter(in, left);
     }
-    iconv_close(converter);
+    if (converter != kNoConverter) iconv_close(converter);
     return out;
 }
 
