@@ -93,6 +93,9 @@ void HCLoginErrorMgr::_Record(const char* user, const char* password, int* fail_
     HCMutex lock(mutex);
     const uint64_t now_ms = NowMs();
     try {
+        // Before anything is counted, and always anew: how long it takes tells nothing about the
+        // password kept.
+        std::string tried = password != nullptr ? password : "";
         LoginInfo_t& member = members[user];
         // What no flush has removed yet counts for nothing.
         if (_IsExpired(member, now_ms)) member = LoginInfo_t{};
@@ -101,7 +104,7 @@ void HCLoginErrorMgr::_Record(const char* user, const char* password, int* fail_
         if (!counted && member.fail_count < INT_MAX) ++member.fail_count;
         member.last_fail_ms = now_ms;
         if (fail_count != nullptr) *fail_count = member.fail_count;
-        member.last_password = password != nullptr ? password : "";
+        member.last_password.swap(tried);
     } catch (const std::bad_alloc&) {
     }
 }

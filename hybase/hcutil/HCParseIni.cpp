@@ -11,6 +11,7 @@
 
 #include "hybase/hcutil/whole_file.h"
 #include "hybase/hlog.h"
+#include "hyplatform/arch.h"
 
 namespace {
 
@@ -20,20 +21,20 @@ constexpr char kLoader[] = "_load_by_stream";
 
 constexpr size_t kPipeRoom = 4096;
 
-// Reads to the end, wherever it was when the file was opened. False with the reason in errno.
+// Reads to the end, wherever it was when the file was opened; a read that fails is the end, too, so
+// a folder reads as an empty text. False, with errno set, for a file that is too long.
 bool ReadAll(const WholeFile& file, std::string* text) {
     // One byte more than there is: the read that fills it shows that the file has grown.
     size_t room = file.Size() > 0 ? file.Size() + 1 : kPipeRoom;
     for (size_t size = 0;; room *= 2) {
         text->resize(room);
         const ssize_t got = file.Read(&(*text)[size], room - size);
-        if (got < 0) return false;
-        size += static_cast<size_t>(got);
+        if (got > 0) size += static_cast<size_t>(got);
         if (size > WholeFile::kMaxSize) {
             errno = EFBIG;
             return false;
         }
-        if (size == room) continue;
+        if (got >= 0 && size == room) continue;
         text->resize(size);
         return true;
     }
@@ -61,6 +62,20 @@ bool Copy(std::string_view from, std::string& to) {
     return true;
 }
 
+// Secret, so that nobody can choose keys which all fall into one place of an index.
+struct HashSecret {
+    uint64_t offset = 0x9E3779B97F4A7C15;
+    uint64_t factor = 0xD1B54A32D192ED03;
+
+    // Without random bytes the constants serve: slower under attack, right all the same.
+    HashSecret() {
+        uint64_t random[2];
+        if (arch_rand_bytes(random, sizeof random) != 0) return;
+        offset = random[0];
+        factor = random[1] | 1;
+    }
+};
+
 // The entries in ascending order of their keys. Not kept by the maps themselves: an order costs
 // more than the rest of a load, look-ups are faster without, and most sections are never walked.
 template <class Map>
@@ -82,6 +97,18 @@ const HCIniSection* Section(const HCParseIni& ini, const std::string& name) {
 }
 
 }  // namespace
+
+size_t HCIniHash::operator()(std::string_view key) const {
+    static const HashSecret secret;
+    uint64_t hash = secret.offset + key.size();
+    for (size_t at = 0; at < key.size(); at += sizeof(uint64_t)) {
+        uint64_t word = 0;
+        memcpy(&word, key.data() + at, std::min(sizeof word, key.size() - at));
+        hash = (hash ^ word) * secret.factor;
+        hash ^= hash >> 32;
+    }
+    return static_cast<size_t>(hash * secret.factor >> 16);
+}
 
 HCIniSection::HCIniSection(std::string_view name, std::shared_ptr<const std::string> text)
     : m_strName(name), m_text(std::move(text)) {}

@@ -24,7 +24,7 @@ HCanvas::HCanvas()
       m_nStride(0),
       m_pBuffer(nullptr),
       m_nBufferSize(0),
-      m_nColorBit(0),
+      m_nColorBit(kColorBit),
       m_padding{} {}
 
 HCanvas::~HCanvas() = default;

@@ -10,8 +10,9 @@
 
 class WholeFile {
   public:
-    // Opens a file that can be read to an end. Devices are refused, and so is what has 2 GiB or
-    // more, so that whatever is counted in a file fits 32 bits. A folder opens, but Read fails.
+    // Opens a file that can be read to an end. Devices, which may have none, are refused, and so is
+    // what is longer than kMaxSize, so that whatever is counted in a file fits 32 bits. A folder
+    // opens, but Read fails.
     explicit WholeFile(const char* path) {
         if (path == nullptr) return;
         m_fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
@@ -20,6 +21,7 @@ class WholeFile {
         const int error = fstat(m_fd, &status) != 0 ? errno : Refusal(status);
         if (error == 0) {
             m_size = static_cast<size_t>(status.st_size);
+            m_folder = S_ISDIR(status.st_mode);
             return;
         }
         close(m_fd);
@@ -34,6 +36,8 @@ class WholeFile {
 
     // False with the reason in errno.
     bool IsOpen() const { return m_fd >= 0; }
+
+    bool IsFolder() const { return m_folder; }
 
     // Bytes when the file was opened; 0 for a pipe. It may have grown or shrunk since.
     size_t Size() const { return m_size; }
@@ -62,6 +66,7 @@ class WholeFile {
 
     int m_fd = -1;
     size_t m_size = 0;
+    bool m_folder = false;
 };
 
 #endif

@@ -20,9 +20,9 @@
 // header are dropped with an ERR record; no line makes a load fail. Names and keys are compared as
 // bytes, upper and lower case differ.
 //
-// Results: 0, or -1 with an ERR record and the output left as it was. A number is read with atoi or
-// atof: a text that is none gives 0, and that is a success. Nothing throws.
-// Threads: an object and its sections are for one thread at a time.
+// Results: 0, or -1 with an ERR record (none where memory is short) and the output left as it was.
+// A number is read with atoi or atof: a text that is none gives 0, and that is a success. Nothing
+// throws. Threads: an object and its sections are for one thread at a time.
 #ifndef HYBASE_HCUTIL_HCPARSEINI_H
 #define HYBASE_HCUTIL_HCPARSEINI_H
 
@@ -34,7 +34,12 @@
 #include <unordered_map>
 #include <vector>
 
-// One section. Made and owned by an HCParseIni; never changes.
+// Places keys in an index in a way that differs from process to process. For the classes below.
+struct HCIniHash {
+    size_t operator()(std::string_view key) const;
+};
+
+// One section. Made and owned by an HCParseIni; only a walk changes it.
 class HYBASE_API HCIniSection {
   public:
     HCIniSection(const HCIniSection&) = delete;
@@ -60,7 +65,7 @@ class HYBASE_API HCIniSection {
 
   private:
     friend class HCParseIni;
-    using Values = std::unordered_map<std::string_view, std::string_view>;
+    using Values = std::unordered_map<std::string_view, std::string_view, HCIniHash>;
 
     HCIniSection(std::string_view name, std::shared_ptr<const std::string> text);
     const std::string_view* Find(const std::string& key, const char* kind) const;
@@ -83,8 +88,9 @@ class HYBASE_API HCParseIni {
     HCParseIni& operator=(const HCParseIni&) = delete;
 
     // Replaces all sections with those of a file: a regular one, or a pipe, which is read to its
-    // end. Returns 0, or -1 when it cannot be opened or read, is a folder, a device or longer than
-    // 2 GiB, or when memory is short; the former sections then stay.
+    // end. A folder, and what cannot be read, counts as empty. Returns 0, or -1 when it cannot be
+    // opened, is a device or longer than 2147483646 bytes, or when memory is short; the former
+    // sections then stay.
     int LoadFile(const std::string& path);
 
     // The same with the text itself, which is copied. -1 only when memory is short.
@@ -104,7 +110,7 @@ class HYBASE_API HCParseIni {
 
   private:
     // By their names, which are views into the text that the sections keep.
-    using Sections = std::unordered_map<std::string_view, std::unique_ptr<HCIniSection>>;
+    using Sections = std::unordered_map<std::string_view, std::unique_ptr<HCIniSection>, HCIniHash>;
 
     void Load(const std::shared_ptr<std::string>& text);
     static void AddKey(HCIniSection* section, std::string_view line);

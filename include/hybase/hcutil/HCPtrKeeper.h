@@ -33,7 +33,8 @@ class HYBASE_API HCPtrKeeper {
     long Add(void* ptr, int type, long long data);
 
     // Takes the keeper's lock and returns the entry, which may be changed until Unlock. Never null:
-    // an unknown handle gets a new entry of null, 0 and 0 that stays until its Delete.
+    // an unknown handle gets a new entry of null, 0 and 0 that stays until its Delete, or until Add
+    // gives that handle.
     Value_t* GetAndLock(long handle);
 
     // Gives the lock back; the handle does not matter.

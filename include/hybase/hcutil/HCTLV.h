@@ -33,7 +33,8 @@ class HYBASE_API HCTLV {
     // The codec's handle, still owned by the object; null when there is none.
     utltlv_t GetCHdl() const { return m_hTlv; }
 
-    // The encoded message and its count of bytes; null and 0 without a handle.
+    // The encoded message and its count of bytes; null and 0 without a handle. The
+    // buffer is null as well when memory is short: look at it before its count.
     unsigned char* GetTLVBuffer() const;
     int GetTLVBytes() const;
 

@@ -13,8 +13,9 @@
 // the clock of the device changes nothing. Nothing runs in the background: expired tokens are
 // removed when somebody asks for them, by Flush, and by Create when there is no room.
 //
-// What happens is logged with level TRACE, a missing token or room with level ERR. Nothing throws;
-// where memory is short a token is not created or not valid.
+// What happens is logged with level TRACE; with level ERR that there is no room, nothing to flush,
+// no token to delete, or no random bytes to be had. Nothing throws; where memory is short a token
+// is not created or not valid.
 //
 // Threads: every member may be called by any thread; all but the setters take the one mutex.
 #ifndef HYBASE_HCUTIL_HCTOKENMANAGER_H

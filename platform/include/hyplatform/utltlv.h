@@ -15,8 +15,9 @@
  * Trust:     utltlv_parse takes bytes from anywhere. What it accepts can be read without further
  *            checks: strings are terminated, a point_count is 0 to 10.
  * Ownership: pointers handed out belong to the handle and are for reading only. They live until its
- *            next put, also one that fails, del or destroy; they may be given to that put.
- * Threads:   one thread a handle; different handles are independent. No getter is a pure read.
+ *            next put, also one that fails, del or destroy; they may be given to that put as what
+ * they are: bytes, a text, or the records. Threads:   one thread a handle; different handles are
+ * independent. No getter is a pure read.
  */
 #ifndef HYPLATFORM_UTLTLV_H
 #define HYPLATFORM_UTLTLV_H
