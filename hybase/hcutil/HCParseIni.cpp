@@ -76,6 +76,13 @@ struct HashSecret {
     }
 };
 
+template <typename Word>
+Word Load(const char* from) {
+    Word word;
+    memcpy(&word, from, sizeof word);
+    return word;
+}
+
 // The entries in ascending order of their keys. Not kept by the maps themselves: an order costs
 // more than the rest of a load, look-ups are faster without, and most sections are never walked.
 template <class Map>
@@ -100,14 +107,23 @@ const HCIniSection* Section(const HCParseIni& ini, const std::string& name) {
 
 size_t HCIniHash::operator()(std::string_view key) const {
     static const HashSecret secret;
-    uint64_t hash = secret.offset + key.size();
-    for (size_t at = 0; at < key.size(); at += sizeof(uint64_t)) {
-        uint64_t word = 0;
-        memcpy(&word, key.data() + at, std::min(sizeof word, key.size() - at));
+    const auto mix = [](uint64_t hash, uint64_t word) {
         hash = (hash ^ word) * secret.factor;
-        hash ^= hash >> 32;
+        return hash ^ hash >> 32;
+    };
+    uint64_t hash = secret.offset + key.size();
+    const char* at = key.data();
+    const char* end = at + key.size();
+    for (; end - at > 8; at += 8) hash = mix(hash, Load<uint64_t>(at));
+    // The rest in pieces that overlap where they have to.
+    if (key.size() >= 8) {
+        hash = mix(hash, Load<uint64_t>(end - 8));
+    } else if (key.size() >= 4) {
+        hash = mix(hash, Load<uint32_t>(at) | uint64_t{Load<uint32_t>(end - 4)} << 32);
+    } else {
+        while (at < end) hash = mix(hash, static_cast<unsigned char>(*at++));
     }
-    return static_cast<size_t>(hash * secret.factor >> 16);
+    return static_cast<size_t>(mix(hash, 0));
 }
 
 HCIniSection::HCIniSection(std::string_view name, std::shared_ptr<const std::string> text)
