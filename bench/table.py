@@ -64,7 +64,7 @@ def row(who, side, ours):
     cells = [who, show_time(side.time), rate, "", "", ""]
     if who != OURS and not ours.error:
         ratio = ours.time / side.time
-        cells[3] = f"{ratio:.2f}"
+        cells[3] = f"{ratio:.3f}"
         if side.goal:
             cells[4] = f"<= {side.goal:g}"
             cells[5] = "reached" if ratio <= side.goal else "missed"
