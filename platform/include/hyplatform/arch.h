@@ -24,6 +24,10 @@ extern "C" {
 
 /* ---- Mutexes: not recursive ------------------------------------------------------------------ */
 
+/*
+ * Many threads behind one mutex get it in the order in which they came, where the kernel can do
+ * that (CONFIG_FUTEX_PI): no connection of many waits much longer than the others.
+ */
 typedef struct arch_mutex_s* arch_mutex_t;
 
 /* A new, unlocked mutex, to be given to arch_mutex_delete; null when memory is short. */
