@@ -95,6 +95,13 @@ class Hyrpc(unittest.TestCase):
             self.assertEqual((done.returncode, done.stderr), (0, ""))
             self.assertTrue(done.stdout.startswith(text))
 
+    def test_answer_that_cannot_be_written_is_an_error(self):
+        answer = b'{"method":"get","sentcnt":1,"error":{"errorcode":0}}\0' + b"x" * 100000
+        with Peer(packet(LOGIN, b"OK"), packet(DATA, answer)) as address:
+            done, _ = self.run_hyrpc("--bin-out", "/dev/full", "-t", "5", address, "get")
+        self.assertEqual(done.returncode, 3)
+        self.assertRegex(done.stderr, r"\Ahyrpc: cannot write /dev/full: No space left[^\n]*\n\Z")
+
     def test_nobody_listens(self):
         self.check(2, "cannot connect", "-t", "3", "127.0.0.1:%d" % free_port(), "add", seconds=3)
         self.check(2, "cannot connect", "-t", "3", "unix:hyrpc-test-nobody", "add", seconds=3)

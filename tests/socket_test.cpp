@@ -134,11 +134,11 @@ TEST_F(Socket, HostsMayBeIPv6OrTooLong) {
     EXPECT_EQ(client.Connect((":" + std::string(80, '1')).c_str(), 7, 0), -1);
     EXPECT_EQ(client.m_nSocket, -1) << "a bad IPv6 text fails before a socket is made";
     EXPECT_EQ(client.m_szHost, ":" + std::string(62, '1'));
-    if (access("/proc/net/if_inet6", F_OK) != 0) GTEST_SKIP() << "no IPv6 here";
+    const bool has_ipv6 = access("/proc/net/if_inet6", F_OK) == 0;
     HCSocket listener6;
     listener6.m_nSocket = socket(AF_INET6, SOCK_STREAM, 0);
     listen(listener6.m_nSocket, 1);
-    EXPECT_EQ(client.Connect("::1", PortOf(listener6), 5), 0);
+    EXPECT_EQ(client.Connect("::1", PortOf(listener6), 5), has_ipv6 ? 0 : -1);
     EXPECT_EQ(client.m_nFamily, 2);
 }
 

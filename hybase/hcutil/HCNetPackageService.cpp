@@ -113,9 +113,7 @@ void HCNetPackageService::CutLogins(bool cut) {
 // The thread ends here even if the object lives on for a while, because what its hooks use may not.
 void HCNetPackageService::StopAndDispose(HCObjOfVector* element) {
     if (element == nullptr) return;
-    if (auto* connection = dynamic_cast<HCNetPackage*>(element)) {
-        connection->StopThread();
-    }
+    if (auto* connection = dynamic_cast<HCNetPackage*>(element)) connection->StopThread();
     Dispose(element);
 }
 
