@@ -1,12 +1,19 @@
-# 32-bit ARM, hard-float, with Debian's cross compiler. Libraries that the compiler package does not
-# bring lie in a private sysroot, filled by ./dev; no foreign architecture is set up on the machine.
+# 32-bit ARM, hard-float, with Debian's cross compiler; for hybase itself and for programs that use it.
+# Libraries that the compiler package does not bring lie in HYBASE_ARM_SYSROOT. In hybase's own tree that
+# is the private sysroot which ./dev fills, without a foreign architecture on the machine. Elsewhere name
+# your own, or CMAKE_SYSROOT; without one the machine's armhf packages (libcjson-dev:armhf ...) are used.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 
-set(HYBASE_ARM_SYSROOT "${CMAKE_CURRENT_LIST_DIR}/../build/arm-sysroot" CACHE PATH
-    "Folder with the unpacked armhf packages")
+set(default_sysroot "${CMAKE_CURRENT_LIST_DIR}/../build/arm-sysroot")
+if(CMAKE_SYSROOT)
+    set(default_sysroot "${CMAKE_SYSROOT}")
+elseif(NOT EXISTS "${default_sysroot}")
+    set(default_sysroot /)
+endif()
+set(HYBASE_ARM_SYSROOT "${default_sysroot}" CACHE PATH "Folder with the armhf libraries, usr/ in it")
 # The compiler checks read this file anew and must see the same folder.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES HYBASE_ARM_SYSROOT)
 get_filename_component(sysroot "${HYBASE_ARM_SYSROOT}" ABSOLUTE)
