@@ -1,4 +1,11 @@
-/*
+/**
+ * @file
+ * @ingroup json_struct
+ * Plain structures to and from JSON, by tables instead of code.
+ */
+
+/**
+ * @addtogroup json_struct
  * Plain structures to and from JSON, by tables instead of code.
  *
  * A structure is described once by a static table, one row a member:
@@ -20,36 +27,47 @@
  *     if (cjson_string2object(device_table, text, &device)) ...
  *
  * The table serves C and C++ alike. A member that does not exist, or whose size does not fit the
- * type code, does not compile. docs/struct-mapping.md walks through a complete example.
+ * type code, does not compile. [docs/struct-mapping.md](docs/struct-mapping.md) walks through a
+ * complete example.
  *
- * From JSON:
+ * @par Rows
+ * The `KINFO_ROW` macros take the type, and its member, which is also the key. Those with `_AS`
+ * take the key as their first argument: `KINFO_ROW_AS("ip-address", Device, ip, KINFO_STRING)`. A
+ * table may name itself as the table of a vector's items (a tree). As the table of a nested
+ * structure it would describe a structure without end: writing that never ends either.
+ *
+ * @par From JSON
  * - Keys match regardless of letter case; the first that matches counts. A missing key leaves its
  *   member as it is; keys that the table does not know are ignored.
  * - Integers are taken from cJSON's `valueint` (a number beyond the range of int is held at the
- *   nearer end) and cut to the width of the member. What is no number counts as 0, a parsed true
- * as 1.
+ *   nearer end) and cut to the width of the member. What is no number counts as 0, a parsed true as
+ *   1.
  * - A null in an array leaves its element as it is; only elements of the string types become empty
  *   strings and null pointers. A vector gets no item for a null.
- * - Heap strings (KINFO_STRPTR) and vectors (KINFO_VECTOR) are made anew; what the member pointed
+ * - Heap strings (#KINFO_STRPTR) and vectors (#KINFO_VECTOR) are made anew; what the member pointed
  *   to before is overwritten and never freed.
  *
- * To JSON:
+ * @par To JSON
  * - Members appear in the order of the table.
  * - A null heap string gives no member, in an array no element. A null vector, or one whose items
  *   are smaller than their type, gives an empty array.
  *
- * Ownership: structures, arrays and vectors that a call makes are the caller's, and so are the heap
- * strings and vectors inside of them. Structures, arrays and heap strings are freed with free(),
- * vectors with HVector_Destroy(), trees with cJSON_Delete(), texts with cJSON_free().
+ * @par Ownership
+ * Structures, arrays and vectors that a call makes are the caller's, and so are the heap strings
+ * and vectors inside of them. Structures, arrays and heap strings are freed with free(), vectors
+ * with HVector_Destroy(), trees with cJSON_Delete(), texts with cJSON_free().
  *
- * Failures: the result is null. A null table, text, tree or structure, a text that does not parse
- * and a lack of memory for the result are failures; the calls that read JSON then print
- * "[NAME OF THE CALL] json_assert failed\n". A row that cannot be converted prints
- * " %d Not Support\n" with the type code of its elements, or "ERROR: kinfo[i].sub_key should not be
- * NULL\n" for an array or vector of structures without a table; the other rows are still converted.
- * All of this goes to standard output.
+ * @par Failures
+ * The result is null. A null table, text, tree or structure, a text that does not parse and a lack
+ * of memory for the result are failures; the calls that read JSON then print `"[NAME OF THE CALL]
+ * json_assert failed\n"`. A row that cannot be converted prints `" %d Not Support\n"` with the type
+ * code of its elements, or `"ERROR: kinfo[i].sub_key should not be NULL\n"` for an array or vector
+ * of structures without a table; the other rows are still converted. All of this goes to standard
+ * output.
  *
- * Threads: no shared state. Calls may run at the same time on different structures.
+ * @par Threads
+ * No shared state. Calls may run at the same time on different structures.
+ * @{
  */
 #ifndef HYBASE_CJSON_STRUCT_H
 #define HYBASE_CJSON_STRUCT_H
@@ -62,85 +80,87 @@
 #ifdef __cplusplus
 #include <type_traits>
 
+/** @cond */
 /* A character array, of any kind of char. */
 template <typename Member, typename Array = typename std::remove_reference<Member>::type>
 struct kinfo_is_text
     : std::integral_constant<bool, std::rank<Array>::value == 1 &&
                                        sizeof(typename std::remove_extent<Array>::type) == 1> {};
+/** @endcond */
 
 extern "C" {
 #endif
 
-/* Type codes: what a member is in C, and what it is in JSON. */
+/** Type codes: what a member is in C, and what it is in JSON. */
 enum {
-    KINFO_U8 = 1, /* uint8_t: number */
-    KINFO_U16,    /* uint16_t: number */
-    KINFO_U32,    /* uint32_t: number; above 2147483647 it is only written right (see valueint) */
-    KINFO_CHAR,   /* char: number, written as 0 to 255 */
-    KINFO_S16,    /* int16_t: number */
-    KINFO_S32,    /* int32_t: number */
-    KINFO_FLOAT,  /* float: number */
-    KINFO_DOUBLE, /* double: number */
-    KINFO_STRING, /* char[N]: string, cut to N - 1 bytes and always terminated */
-    KINFO_STRPTR, /* char*, a heap string or null: string */
-    KINFO_OBJECT, /* a nested structure with a table of its own: object */
-    KINFO_ARRAY,  /* T[N]: array */
-    KINFO_VECTOR, /* HVector*: array */
-    KINFO_BOOL    /* int32_t, not 0 for true: only the literal true gives 1, the number 1 gives 0 */
+    KINFO_U8 = 1, /**< `uint8_t`: number */
+    KINFO_U16,    /**< `uint16_t`: number */
+    KINFO_U32,  /**< `uint32_t`: number; above 2147483647 it is only written right (see valueint) */
+    KINFO_CHAR, /**< `char`: number, written as 0 to 255 */
+    KINFO_S16,  /**< `int16_t`: number */
+    KINFO_S32,  /**< `int32_t`: number */
+    KINFO_FLOAT,  /**< `float`: number */
+    KINFO_DOUBLE, /**< `double`: number */
+    KINFO_STRING, /**< `char[N]`: string, cut to N - 1 bytes and always terminated */
+    KINFO_STRPTR, /**< `char*`, a heap string or null: string */
+    KINFO_OBJECT, /**< a nested structure with a table of its own: object */
+    KINFO_ARRAY,  /**< `T[N]`: array */
+    KINFO_VECTOR, /**< `HVector*`: array */
+    KINFO_BOOL /**< `int32_t`, not 0 for true: only the literal true gives 1, the number 1 gives 0
+                */
 };
 
-/* One row. The macros below fill it; a row written by hand leaves at 0 what its type does not need.
+/**
+ * One row. The macros below fill it; a row written by hand leaves at 0 what its type does not need.
  */
 typedef struct kinfo_s kinfo_t;
 struct kinfo_s {
-    int32_t struct_size;    /* bytes of the whole structure; only the first row's value is read */
-    int32_t type;           /* type code of the member */
-    const char* key;        /* key in JSON; null ends the table */
-    int32_t offset;         /* byte offset of the member in the structure */
-    int32_t size;           /* bytes of the member, of the whole array for an array */
-    const kinfo_t* sub_key; /* table of nested structures, single or in an array or vector */
-    int32_t count;          /* KINFO_ARRAY: number of elements */
-    int32_t sub_type;       /* KINFO_ARRAY, KINFO_VECTOR: type code of an element; not these two */
-    int32_t sub_size;       /* KINFO_VECTOR: bytes of one item */
+    int32_t struct_size;    /**< bytes of the whole structure; only the first row's value is read */
+    int32_t type;           /**< type code of the member */
+    const char* key;        /**< key in JSON; null ends the table */
+    int32_t offset;         /**< byte offset of the member in the structure */
+    int32_t size;           /**< bytes of the member, of the whole array for an array */
+    const kinfo_t* sub_key; /**< table of nested structures, single or in an array or vector */
+    int32_t count;          /**< KINFO_ARRAY: number of elements */
+    int32_t sub_type; /**< KINFO_ARRAY, KINFO_VECTOR: type code of an element; not these two */
+    int32_t sub_size; /**< KINFO_VECTOR: bytes of one item */
 };
 
-/*
- * Rows. `structure` is the type, `member` its field, which is also the key. The same macros with
- * _AS take the key as their first argument: KINFO_ROW_AS("ip-address", Device, ip, KINFO_STRING).
- *
- * KINFO_ROW(structure, member, type)
- *     A number, string, heap string or boolean.
- * KINFO_ROW_OBJECT(structure, member, table)
- *     A nested structure, described by `table`.
- * KINFO_ROW_ARRAY(structure, member, type)
- *     An array of numbers, strings (char[N][M]), heap strings or booleans.
- * KINFO_ROW_OBJECT_ARRAY(structure, member, table)
- *     An array of structures. Written to JSON it ends with the last one that has a byte not 0.
- * KINFO_ROW_VECTOR(structure, member, type, item)
- *     An HVector* of numbers, strings, heap strings or booleans; `item` is the C type of an item:
- *     int32_t, char[32], char* ... A number enters a vector as the first bytes of cJSON's int or
- *     double: a vector of float receives the first four bytes of the double, which is not the
- *     number. Keep fractions in a vector of double.
- * KINFO_ROW_OBJECT_VECTOR(structure, member, table, item)
- *     An HVector* of structures of the type `item`.
- * KINFO_END
- *     Ends every table.
- *
- * A table may name itself as the table of a vector's items (a tree). As the table of a nested
- * structure it would describe a structure without end: writing that never ends either.
- */
+/** A number, string, heap string or boolean: `KINFO_ROW(Device, port, KINFO_U16)`. */
 #define KINFO_ROW(structure, member, type) KINFO_ROW_AS(#member, structure, member, type)
+
+/** A nested structure, described by `table`. */
 #define KINFO_ROW_OBJECT(structure, member, table) \
     KINFO_ROW_OBJECT_AS(#member, structure, member, table)
+
+/**
+ * An array of numbers, strings (`char[N][M]`), heap strings or booleans; `type` is that of an
+ * element.
+ */
 #define KINFO_ROW_ARRAY(structure, member, type) \
     KINFO_ROW_ARRAY_AS(#member, structure, member, type)
+
+/**
+ * An array of structures, described by `table`. Written to JSON it ends with the last one that has
+ * a byte not 0.
+ */
 #define KINFO_ROW_OBJECT_ARRAY(structure, member, table) \
     KINFO_ROW_OBJECT_ARRAY_AS(#member, structure, member, table)
+
+/**
+ * An HVector* of numbers, strings, heap strings or booleans; `item` is the C type of an item:
+ * `int32_t`, `char[32]`, `char*` ... A number enters a vector as the first bytes of cJSON's int or
+ * double: a vector of float receives the first four bytes of the double, which is not the number.
+ * Keep fractions in a vector of double.
+ */
 #define KINFO_ROW_VECTOR(structure, member, type, item) \
     KINFO_ROW_VECTOR_AS(#member, structure, member, type, item)
+
+/** An HVector* of structures of the type `item`, described by `table`. */
 #define KINFO_ROW_OBJECT_VECTOR(structure, member, table, item) \
     KINFO_ROW_OBJECT_VECTOR_AS(#member, structure, member, table, item)
 
+/** KINFO_ROW with a key of its own. */
 #define KINFO_ROW_AS(key, structure, member, type)                                              \
     {                                                                                           \
         KINFO_INT(sizeof(structure)), (type), (key), KINFO_INT(offsetof(structure, member)),    \
@@ -150,11 +170,15 @@ struct kinfo_s {
                                : KINFO_WIDTH(type) == sizeof(KINFO_MEMBER(structure, member))), \
             NULL, 0, 0, 0                                                                       \
     }
+
+/** KINFO_ROW_OBJECT with a key of its own. */
 #define KINFO_ROW_OBJECT_AS(key, structure, member, table)                                         \
     {                                                                                              \
         KINFO_INT(sizeof(structure)), KINFO_OBJECT, (key), KINFO_INT(offsetof(structure, member)), \
             KINFO_INT(sizeof(KINFO_MEMBER(structure, member))), (table), 0, 0, 0                   \
     }
+
+/** KINFO_ROW_ARRAY with a key of its own. */
 #define KINFO_ROW_ARRAY_AS(key, structure, member, type)                                           \
     {                                                                                              \
         KINFO_INT(sizeof(structure)), KINFO_ARRAY, (key), KINFO_INT(offsetof(structure, member)),  \
@@ -164,12 +188,16 @@ struct kinfo_s {
                                : KINFO_WIDTH(type) == sizeof(KINFO_MEMBER(structure, member)[0])), \
             NULL, KINFO_COUNT(structure, member), (type), 0                                        \
     }
+
+/** KINFO_ROW_OBJECT_ARRAY with a key of its own. */
 #define KINFO_ROW_OBJECT_ARRAY_AS(key, structure, member, table)                                  \
     {                                                                                             \
         KINFO_INT(sizeof(structure)), KINFO_ARRAY, (key), KINFO_INT(offsetof(structure, member)), \
             KINFO_INT(sizeof(KINFO_MEMBER(structure, member))), (table),                          \
             KINFO_COUNT(structure, member), KINFO_OBJECT, 0                                       \
     }
+
+/** KINFO_ROW_VECTOR with a key of its own. */
 #define KINFO_ROW_VECTOR_AS(key, structure, member, type, item)                                    \
     {                                                                                              \
         KINFO_INT(sizeof(structure)), KINFO_VECTOR, (key), KINFO_INT(offsetof(structure, member)), \
@@ -177,15 +205,20 @@ struct kinfo_s {
                 KINFO_MUST((type) == KINFO_STRING || KINFO_WIDTH(type) == sizeof(item)),           \
             NULL, 0, (type), KINFO_INT(sizeof(item))                                               \
     }
+
+/** KINFO_ROW_OBJECT_VECTOR with a key of its own. */
 #define KINFO_ROW_OBJECT_VECTOR_AS(key, structure, member, table, item)                            \
     {                                                                                              \
         KINFO_INT(sizeof(structure)), KINFO_VECTOR, (key), KINFO_INT(offsetof(structure, member)), \
             KINFO_VECTOR_SIZE(structure, member), (table), 0, KINFO_OBJECT,                        \
             KINFO_INT(sizeof(item))                                                                \
     }
+
+/** Ends every table. */
 #define KINFO_END \
     { 0, 0, NULL, 0, 0, NULL, 0, 0, 0 }
 
+/** @cond */
 /* Helpers of the rows above. */
 #define KINFO_INT(value) ((int32_t)(value))
 #define KINFO_MEMBER(structure, member) (((structure*)0)->member)
@@ -221,8 +254,14 @@ struct kinfo_s {
 #define KINFO_VECTOR_SIZE(structure, member)              \
     (KINFO_INT(sizeof(KINFO_MEMBER(structure, member))) + \
      KINFO_MUST(KINFO_IS_VECTOR(KINFO_MEMBER(structure, member))))
+/** @endcond */
 
-/*
+/**
+ * @name Texts
+ * @{
+ */
+
+/**
  * Reads one object from `text` into `object`, or into a new block of `struct_size` bytes when
  * `object` is null. The whole structure is cleared first, so members whose keys are missing are 0;
  * heap strings it held must be freed before. Returns the structure; null when the text does not
@@ -230,7 +269,7 @@ struct kinfo_s {
  */
 HYBASE_API void* cjson_string2object(const kinfo_t* kinfo, const char* text, void* object);
 
-/*
+/**
  * Reads an array of objects from `text`; structures lie `struct_size` bytes apart.
  * With an `array`: fills at most `max_count` structures. Without: all of them, into a new block,
  * which is also made (and must be freed) when there are none. All structures are cleared first.
@@ -240,57 +279,68 @@ HYBASE_API void* cjson_string2object(const kinfo_t* kinfo, const char* text, voi
 HYBASE_API void* cjson_string2object_array(const kinfo_t* kinfo, const char* text, void* array,
                                            int32_t max_count, int32_t* count);
 
-/*
+/**
  * Frees the heap strings inside one structure, those in arrays included, and sets their pointers to
  * null. It does not descend into nested structures (call it with their table), destroys no vector
  * and does not free the structure.
  */
 HYBASE_API void cjson_string2object_free(const kinfo_t* kinfo, void* object);
 
-/* cjson_string2object_free on `count` structures. */
+/** Does what cjson_string2object_free() does to each of `count` structures. */
 HYBASE_API void cjson_string2object_array_free(const kinfo_t* kinfo, void* array, int32_t count);
 
-/*
+/**
  * New text of the structure, formatted. Null when there is no memory for the tree or the text; a
  * member or an element for which memory is short is missing, here and in the calls below.
  */
 HYBASE_API char* cjson_object2string(const kinfo_t* kinfo, const void* object);
 
-/* New text of an array of `count` structures, formatted. Null when memory is short. */
+/** New text of an array of `count` structures, formatted. Null when memory is short. */
 HYBASE_API char* cjson_object_array2string(const kinfo_t* kinfo, const void* array, int32_t count);
 
-/*
- * As cjson_string2object, from a tree that stays the caller's, but clears nothing: a missing key
+/** @} */
+
+/**
+ * @name Trees
+ * @{
+ */
+
+/**
+ * As cjson_string2object(), from a tree that stays the caller's, but clears nothing: a missing key
  * leaves the caller's value; in a new block it leaves the member undefined, so such a block may go
- * to cjson_string2object_free only when every heap string had its key.
+ * to cjson_string2object_free() only when every heap string had its key.
  */
 HYBASE_API void* cjson_json2object(const kinfo_t* kinfo, const cJSON* json, void* object);
 
-/* As cjson_string2object_array, from a tree that stays the caller's; clears only a new array. */
+/** As cjson_string2object_array(), from a tree that stays the caller's; clears only a new array. */
 HYBASE_API void* cjson_json2object_array(const kinfo_t* kinfo, const cJSON* json, void* array,
                                          int32_t max_count, int32_t* count);
 
-/* The same as cjson_string2object_array_free. */
+/** The same as cjson_string2object_array_free(), for structures that were read from a tree. */
 HYBASE_API void cjson_json2object_array_free(const kinfo_t* kinfo, void* array, int32_t count);
 
-/*
- * One structure an element of the array, into `vector`, which is cleared first, or into a new one
- * with items of `struct_size` bytes when `vector` is null. A missing key repeats the value of the
- * element before (0 in the first): two items may then hold the same heap string. Returns the
+/**
+ * Reads one structure an element of the array into `vector`, which is cleared first, or into a new
+ * one with items of `struct_size` bytes when `vector` is null. A missing key repeats the value of
+ * the element before (0 in the first): two items may then hold the same heap string. Returns the
  * vector; null when the tree is null or memory is short (a given vector then has the items that
  * found room).
  */
 HYBASE_API HVector* cjson_json2hvector(const kinfo_t* kinfo, const cJSON* json, HVector* vector);
 
-/* New array of objects, one an item; an empty one for items smaller than `struct_size` and for a
-   null vector. Null when memory is short. */
+/**
+ * New array of objects, one an item; an empty one for items smaller than `struct_size` and for a
+ * null vector. Null when memory is short.
+ */
 HYBASE_API cJSON* cjson_hvector2json(const kinfo_t* kinfo, const HVector* vector);
 
-/* New object. Null when memory is short. */
+/** New object with the members of one structure. Null when memory is short. */
 HYBASE_API cJSON* cjson_object2json(const kinfo_t* kinfo, const void* object);
 
-/* New array of `count` objects. Null when memory is short. */
+/** New array of `count` objects. Null when memory is short. */
 HYBASE_API cJSON* cjson_object_array2json(const kinfo_t* kinfo, const void* array, int32_t count);
+
+/** @} */
 
 #ifdef __cplusplus
 }
@@ -301,5 +351,7 @@ static_assert(sizeof(kinfo_t) == 36 && offsetof(kinfo_t, key) == 8 &&
               "nine 32-bit columns");
 #endif
 #endif
+
+/** @} */
 
 #endif

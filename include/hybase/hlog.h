@@ -1,4 +1,11 @@
-/*
+/**
+ * @file
+ * @ingroup logging
+ * The process-wide logger.
+ */
+
+/**
+ * @addtogroup logging
  * The process-wide logger: levelled records to the console or a callback, and to log files that
  * rotate by size.
  *
@@ -7,18 +14,24 @@
  *     HLOG_INFO("listening on port %d\n", port);
  *
  * A record reaches an output when its level is at most that output's threshold; a lower level is
- * more severe. The logger adds no newline: formats end in "\n".
+ * more severe. The logger adds no newline: formats end in `"\n"`.
  *
  * One record, the date and time only with `show_time`:
  *
  *     [2024-05-01 12:00:00.007][INFO][main.cpp:12][OpenPort] listening on port 80
  *
- * Use:      nothing has to be set up or torn down. A process that never calls hlog_set_param logs
- *           levels 0 to 2 to the console, from its first constructor to its last destructor.
- * Failures: nothing here reports a failure to its caller. What goes wrong with the log files is
- *           printed to standard output, and records still reach the console or the callback.
- * Threads:  every function may be called by any thread at any time, also while others log. One
- *           mutex is held for the whole of a record; records are never mixed.
+ * @par Use
+ * Nothing has to be set up or torn down. A process that never calls hlog_set_param() logs levels 0
+ * to 2 to the console, from its first constructor to its last destructor.
+ *
+ * @par Failures
+ * Nothing here reports a failure to its caller. What goes wrong with the log files is printed to
+ * standard output, and records still reach the console or the callback.
+ *
+ * @par Threads
+ * Every function may be called by any thread at any time, also while others log. One mutex is held
+ * for the whole of a record; records are never mixed.
+ * @{
  */
 #ifndef HYBASE_HLOG_H
 #define HYBASE_HLOG_H
@@ -30,46 +43,48 @@
 extern "C" {
 #endif
 
-/* The names in a record are "ERR" ... "ALL". A level below 0 is shown as "ERR", one above 5 as
-   "ALL"; the thresholds compare it as it is. */
+/**
+ * Levels, the most severe first. The names in a record are "ERR" ... "ALL". A level below 0 is
+ * shown as "ERR", one above 5 as "ALL"; the thresholds compare it as it is.
+ */
 enum {
-    HLOG_LEVEL_ERR,
-    HLOG_LEVEL_WARN,
-    HLOG_LEVEL_INFO,
-    HLOG_LEVEL_TRACE,
-    HLOG_LEVEL_DEBUG,
-    HLOG_LEVEL_ALL
+    HLOG_LEVEL_ERR,   /**< 0: something failed */
+    HLOG_LEVEL_WARN,  /**< 1: something is odd and goes on */
+    HLOG_LEVEL_INFO,  /**< 2: what the owner of a device wants to know; the default threshold */
+    HLOG_LEVEL_TRACE, /**< 3: steps on the way */
+    HLOG_LEVEL_DEBUG, /**< 4: details for whoever looks for a fault */
+    HLOG_LEVEL_ALL    /**< 5: everything else */
 };
 
-/*
+/**
  * Settings of the logger.
  *
  * Log files are named after the day they were begun and a number that never starts again, not even
- * on another day: 2024-05-01-00000003.log. Whatever else lies in `dir` is left alone, unless its
+ * on another day: `2024-05-01-00000003.log`. Whatever else lies in `dir` is left alone, unless its
  * name begins like that of a log file. The file being written has mode 0640, finished ones 0440.
  * The order of the names is taken for the order of age: when the clock of a device goes back by a
  * day or more, its new files are the first to be deleted.
  */
 typedef struct {
-    int32_t file_level;    /* threshold of the log file, default 2 */
-    int32_t console_level; /* threshold of the console or of the callback, default 2 */
-    int32_t show_time;     /* records carry date and local time, default 1 */
-    char dir[256];         /* folder of the log files; empty (the default) means no file */
-    int32_t max_size;      /* bytes at which a file is closed and the next begun, default 1048576 */
-    int32_t max_files;     /* log files kept in `dir`, the open one included, default 5 */
+    int32_t file_level;    /**< threshold of the log file, default 2 */
+    int32_t console_level; /**< threshold of the console or of the callback, default 2 */
+    int32_t show_time;     /**< records carry date and local time, default 1 */
+    char dir[256];         /**< folder of the log files; empty (the default) means no file */
+    int32_t max_size;  /**< bytes at which a file is closed and the next begun, default 1048576 */
+    int32_t max_files; /**< log files kept in `dir`, the open one included, default 5 */
 } hlogParam_t;
 
-/*
+/**
  * Gets one record in place of the console: `text` is zero-terminated, `len` is its length, and both
  * are valid during the call only. A record of more than 2042 characters is cut: its first 2015
- * characters, then "[log is too long, cut off]\n".
- * Runs on the logging thread with the logger's mutex held. It may call hlog_set_param and
- * hlog_regirst; it must not log (such a record goes to the log file only) nor wait for a thread
+ * characters, then `"[log is too long, cut off]\n"`.
+ * Runs on the logging thread with the logger's mutex held. It may call hlog_set_param() and
+ * hlog_regirst(); it must not log (such a record goes to the log file only) nor wait for a thread
  * that might.
  */
 typedef void (*hlogCallback)(const char* text, int32_t len);
 
-/*
+/**
  * Emits one record; the macros below fill in file, function and line. `file` may be a full path:
  * only what follows its last '/' is printed.
  * Each record is handed to the log file at once, whatever its length; when that makes the file
@@ -80,7 +95,7 @@ typedef void (*hlogCallback)(const char* text, int32_t len);
 HYBASE_API int32_t hlog_printf_ex(int32_t level, const char* file, const char* func, int32_t line,
                                   const char* fmt, ...) __attribute__((format(printf, 5, 6)));
 
-/*
+/**
  * Replaces all settings and closes the log file, if one is open; when `dir` is not empty, begins
  * the next log file there and deletes the oldest ones beyond `max_files`. A file that cannot be
  * opened leaves the logger without one until the next call.
@@ -88,23 +103,40 @@ HYBASE_API int32_t hlog_printf_ex(int32_t level, const char* file, const char* f
  */
 HYBASE_API int32_t hlog_set_param(const hlogParam_t* param);
 
-/*
+/**
  * Registers the callback that replaces the console; null restores the console. When it returns, no
  * other thread is inside the former callback. The spelling is part of the interface.
  */
 HYBASE_API void hlog_regirst(hlogCallback callback);
 
-/* HLOG_ERR("no route to %s\n", host); the arguments after the format may be left out. */
+/**
+ * Emits one record of `level` from here: `HLOG_RECORD(level, "no route to %s\n", host)`. The
+ * arguments after the format may be left out. The result is that of hlog_printf_ex().
+ */
 #define HLOG_RECORD(level, ...) hlog_printf_ex(level, __FILE__, __func__, __LINE__, __VA_ARGS__)
+
+/** HLOG_RECORD at the level ERR: `HLOG_ERR("cannot open %s\n", path)`. */
 #define HLOG_ERR(...) HLOG_RECORD(HLOG_LEVEL_ERR, __VA_ARGS__)
+
+/** HLOG_RECORD at the level WARN: `HLOG_WARN("%d retries\n", count)`. */
 #define HLOG_WARN(...) HLOG_RECORD(HLOG_LEVEL_WARN, __VA_ARGS__)
+
+/** HLOG_RECORD at the level INFO: `HLOG_INFO("listening on port %d\n", port)`. */
 #define HLOG_INFO(...) HLOG_RECORD(HLOG_LEVEL_INFO, __VA_ARGS__)
+
+/** HLOG_RECORD at the level TRACE: `HLOG_TRACE("login of %s\n", user)`. */
 #define HLOG_TRACE(...) HLOG_RECORD(HLOG_LEVEL_TRACE, __VA_ARGS__)
+
+/** HLOG_RECORD at the level DEBUG: `HLOG_DEBUG("%d bytes\n", length)`. */
 #define HLOG_DEBUG(...) HLOG_RECORD(HLOG_LEVEL_DEBUG, __VA_ARGS__)
+
+/** HLOG_RECORD at the level ALL: `HLOG_ALL("tick\n")`. */
 #define HLOG_ALL(...) HLOG_RECORD(HLOG_LEVEL_ALL, __VA_ARGS__)
 
 #ifdef __cplusplus
 }
 #endif
+
+/** @} */
 
 #endif

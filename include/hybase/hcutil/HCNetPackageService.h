@@ -1,22 +1,7 @@
-/*
- * The listening side of the packet protocol: accepts connections, runs the server half of the
- * login, makes a connection object for each client that is admitted, and removes the dead ones.
- *
- * Derive from it, override CreateServer (and CheckPasswd to decide who may log in):
- *
- *     class MeterService : public HCNetPackageService {
- *       public:
- *         ~MeterService() override { StopService(); }  // see StopService
- *         HCNetPackage* CreateServer() override { return new (std::nothrow) Meter; }
- *     };
- *
- * Threads. One accepting thread a service, which runs the hooks CheckPasswd and CreateServer; each
- * connection has its own thread. A client that connects and sends nothing holds up other logins for
- * up to 5 seconds. The connections are kept in the HCObjVector base, which changes on the accepting
- * thread; any other thread that walks it does so between BeginWalk and EndWalk.
- *
- * Nothing throws. Diagnostics are log records (hlog.h).
- */
+/// @file
+/// @ingroup packets
+/// The listening side of the packet protocol: accepts connections, runs the server half of the
+/// login, makes a connection object for each client that is admitted, and removes the dead ones.
 #ifndef HYBASE_HCUTIL_HCNETPACKAGESERVICE_H
 #define HYBASE_HCUTIL_HCNETPACKAGESERVICE_H
 
@@ -31,63 +16,92 @@
 #include <memory>
 #include <string>
 
+/// The listening side of the packet protocol: accepts connections, runs the server half of the
+/// login, makes a connection object for each client that is admitted, and removes the dead ones.
+///
+/// Derive from it, override CreateServer() (and CheckPasswd() to decide who may log in):
+///
+///     class MeterService : public HCNetPackageService {
+///       public:
+///         ~MeterService() override { StopService(); }  // see StopService
+///         HCNetPackage* CreateServer() override { return new (std::nothrow) Meter; }
+///     };
+///
+/// @par Threads
+/// One accepting thread a service, which runs the hooks CheckPasswd() and CreateServer(); each
+/// connection has its own thread. A client that connects and sends nothing holds up other logins
+/// for up to 5 seconds. The connections are kept in the HCObjVector base, which changes on the
+/// accepting thread; any other thread that walks it does so between BeginWalk() and EndWalk().
+///
+/// Nothing throws. Diagnostics are log records (hlog.h).
+///
+/// @ingroup packets
 class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
   public:
-    HCNetPackageService();
+    HCNetPackageService();  ///< no socket, no thread: Start brings both
 
-    // Stops the service as StopService does and deletes the listening socket.
+    /// Stops the service as StopService() does and deletes the listening socket.
     ~HCNetPackageService() override;
 
-    HCNetPackageService(const HCNetPackageService&) = delete;
+    HCNetPackageService(const HCNetPackageService&) = delete;  ///< not to be copied
     HCNetPackageService& operator=(const HCNetPackageService&) = delete;
 
-    // The body of the accepting thread. Returns null.
+    /// The body of the accepting thread. Returns null.
     void* OnThread(void* userdata) override;
 
-    // Decides a login. `data[0..len-1]` is the credential record the client sent (a zero byte
-    // follows it); `sock` the accepted socket, for a look at the peer only. Returns true to admit
-    // the client; false to refuse it, with a text for the client in `message` or without ("FAILED"
-    // is sent then). Here every client is admitted. Accepting thread.
+    /// Decides a login. `data[0..len-1]` is the credential record the client sent (a zero byte
+    /// follows it); `sock` the accepted socket, for a look at the peer only. Returns true to admit
+    /// the client; false to refuse it, with a text for the client in `message` or without ("FAILED"
+    /// is sent then). Here every client is admitted. Accepting thread.
     virtual bool CheckPasswd(const char* data, int len, HCSocket* sock, std::string& message);
 
-    // Makes the object for a client that has logged in; owned by the service from then on. Null:
-    // the client is turned away. Accepting thread.
+    /// Makes the object for a client that has logged in; owned by the service from then on. Null:
+    /// the client is turned away. Accepting thread.
     virtual HCNetPackage* CreateServer() = 0;
 
-    // Listens on `ip` (null: all addresses) and `port` and starts the accepting thread. `bufsize`:
-    // receive buffer of each connection, bytes. 0, or -1 when listening failed.
-    // A second call stops accepting, listens again with the same socket object and goes on;
-    // connections made before it stay.
+    /// Listens on `ip` (null: all addresses) and `port` and starts the accepting thread. `bufsize`:
+    /// receive buffer of each connection, bytes. 0, or -1 when listening failed.
+    /// A second call stops accepting, listens again with the same socket object and goes on;
+    /// connections made before it stay.
     int Start(int bufsize, const char* ip, unsigned short port);
+
+    /// The same on all addresses.
     int Start(int bufsize, unsigned short port);
 
-    // Sets the socket to listen with, e.g. an HCUnixSocket, owned by the service from now on; the
-    // one held before is not freed. Call it before Start.
+    /// Sets the socket to listen with, e.g. an HCUnixSocket, owned by the service from now on; the
+    /// one held before is not freed. Call it before Start.
     void SetSocket(HCSocket* sock);
 
-    // Removes and disposes of the connections that are lost (HCNetPackage::IsNeedClear), waiting
-    // for their threads. The accepting thread does so on every 22nd pass, that is about every 22
-    // seconds when nobody connects. Not from a hook of a connection: it could be the one that goes.
+    /// Removes and disposes of the connections that are lost (HCNetPackage::IsNeedClear()), waiting
+    /// for their threads. The accepting thread does so on every 22nd pass, that is about every 22
+    /// seconds when nobody connects. Not from a hook of a connection: it could be the one that
+    /// goes.
     void _CleanServers();
 
-    // ---- Fields
+    /// @name Fields
+    /// @{
 
-    std::atomic<HCSocket*> m_pListenSocket;  // owned; null until Start or SetSocket
-    int m_nBufSize;                          // bytes, default 10240
-    unsigned short m_nPort;                  // the port listened on
-    std::atomic<bool> m_bRun;                // cleared to make the accepting thread end
+    std::atomic<HCSocket*> m_pListenSocket;  ///< owned; null until Start() or SetSocket()
+    int m_nBufSize;                          ///< bytes, default 10240
+    unsigned short m_nPort;                  ///< the port listened on
+    std::atomic<bool> m_bRun;                ///< cleared to make the accepting thread end
+
+    /// @}
 
   protected:
-    // Stops accepting, closes the listening socket, stops and disposes of every connection. Waits
-    // for a login under way, and about 1.5 seconds otherwise. Call it first in the destructor of
-    // every class that derives from this one: the threads call CheckPasswd, CreateServer and the
-    // hooks of the connections, and must not find a half-destroyed object. Calling it again does
-    // nothing.
+    /// Stops accepting, closes the listening socket, stops and disposes of every connection. Waits
+    /// for a login under way, and about 1.5 seconds otherwise. Call it first in the destructor of
+    /// every class that derives from this one: the threads call CheckPasswd(), CreateServer() and
+    /// the hooks of the connections, and must not find a half-destroyed object. Calling it again
+    /// does nothing.
     void StopService();
 
-    // Between the two the connections neither change nor go away. Any thread, hooks included; a
-    // thread may walk within its own walk. Keep walks short: the next client waits for them.
+    /// Begins a walk: until EndWalk() the connections neither change nor go away. Any thread, hooks
+    /// included; a thread may walk within its own walk. Keep walks short: the next client waits for
+    /// them.
     void BeginWalk();
+
+    /// Ends what BeginWalk() began, on the same thread.
     void EndWalk();
 
   private:
