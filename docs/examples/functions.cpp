@@ -104,7 +104,7 @@ static void Strings() {
     char out[16];
     SHOW(HString_GetLine("ab\ncd", out, sizeof(out)) == 3 && std::string(out) == "ab\n");
     char path[16] = "a-b-c";
-    SHOW(HString_WordReplace(path, nullptr, 16, "-", "::") == 7 && std::string(path) == "a::b::c");
+    SHOW(HString_WordReplace(path, nullptr, 16, "-", ", ") == 7 && std::string(path) == "a, b, c");
     uint8_t bytes[2];
     SHOW(HString_HexParse("0aFf", bytes) == 2 && bytes[0] == 0x0A && bytes[1] == 0xFF);
     char* text = HString_HexPrint(bytes, 2, 1);
