@@ -1,13 +1,17 @@
 #include "bench.h"
 
+#include <stdio.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <memory>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 #include <vector>
+
+#include "bench_report.h"
 
 namespace hyrpc {
 namespace {
@@ -25,6 +29,7 @@ struct Tally {
     int errors = 0;
     int different = 0;  // answers unlike the first one of all, their number apart
     Outcome outcome = Outcome::kAnswered;
+    Clock::time_point ended;
 };
 
 // Answers repeat the number of their call; apart from that they are to be alike.
@@ -37,15 +42,19 @@ std::string WithoutNumber(std::string text) {
 
 class Bench {
   public:
-    Bench(const Options& options, const std::string& binary)
-        : m_options(options), m_binary(binary), m_tallies(options.connections) {}
+    Bench(const Options& options, const std::string& binary, Output& output)
+        : m_options(options),
+          m_binary(binary),
+          m_output(output),
+          m_tallies(options.connections),
+          m_busy(options.connections) {}
 
     // One after the other: a service lets few wait at its door, and the others would try again only
     // after seconds.
     Outcome Connect() {
         for (int i = 0; i < m_options.connections; i++) {
             // Never deleted, like the client of a single call.
-            m_clients.push_back(new Client(m_options, nullptr));
+            m_clients.push_back(new Client(m_options, m_output, nullptr));
             const Outcome outcome = m_clients.back()->Open();
             if (outcome != Outcome::kAnswered) return outcome;
         }
@@ -58,81 +67,111 @@ class Bench {
 
     void Run() {
         std::vector<std::thread> threads;
-        const auto began = Clock::now();
+        m_began = Clock::now();
         for (size_t i = 0; i < m_clients.size(); i++)
             threads.emplace_back([this, i] { CallAll(*m_clients[i], m_tallies[i]); });
         if (isatty(STDERR_FILENO)) ShowProgress();
         for (auto& thread : threads) thread.join();
-        m_seconds = MillisecondsSince(began) / 1000;
     }
 
-    bool Report(FILE* results, Outcome& outcome) const {
-        std::vector<double> times;
-        int errors = 0;
-        int different = 0;
+    BenchReport Report() const {
+        BenchReport report;
+        report.connections = m_options.connections;
+        report.calls_a_connection = m_options.count;
+        Clock::time_point ended = m_began;
         for (const Tally& tally : m_tallies) {
-            times.insert(times.end(), tally.times_ms.begin(), tally.times_ms.end());
-            errors += tally.errors;
-            different += tally.different;
-            if (outcome == Outcome::kAnswered) outcome = tally.outcome;
+            report.times_ms.insert(report.times_ms.end(), tally.times_ms.begin(),
+                                   tally.times_ms.end());
+            report.errors += tally.errors;
+            report.different += tally.different;
+            if (tally.outcome != Outcome::kAnswered) report.unanswered++;
+            ended = std::max(ended, tally.ended);
         }
-        fprintf(results, "connections     %d\n", m_options.connections);
-        fprintf(results, "calls           %zu\n", times.size());
-        fprintf(results, "errors          %d\n", errors);
-        fprintf(results, "other answers   %d\n", different);
-        if (times.empty()) return false;
-        std::sort(times.begin(), times.end());
-        fprintf(results, "calls a second  %.0f\n", times.size() / m_seconds);
-        fprintf(results, "p50, ms         %.3f\n", times[times.size() / 2]);
-        fprintf(results, "p99, ms         %.3f\n", times[times.size() * 99 / 100]);
-        fprintf(results, "slowest, ms     %.3f\n", times.back());
-        return errors == 0 && different == 0 && outcome == Outcome::kAnswered;
+        report.seconds = std::chrono::duration<double>(ended - m_began).count();
+        return report;
+    }
+
+    // The first failure, kAnswered for none.
+    Outcome FirstFailure() const {
+        for (const Tally& tally : m_tallies)
+            if (tally.outcome != Outcome::kAnswered) return tally.outcome;
+        return Outcome::kAnswered;
     }
 
   private:
     void CallAll(Client& client, Tally& tally) {
-        for (int i = 0; i < m_options.count; i++, m_done++) {
-            Response response;
-            client.ResetDeadline();
-            const auto began = Clock::now();
-            tally.outcome = client.Call(m_binary, response);
-            if (tally.outcome != Outcome::kAnswered) return;
-            tally.times_ms.push_back(MillisecondsSince(began));
-            if (response.errorcode != 0) tally.errors++;
-            if (WithoutNumber(response.text) != m_expected) tally.different++;
-        }
+        for (int i = 0; i < m_options.count && tally.outcome == Outcome::kAnswered; i++)
+            CallOnce(client, tally);
+        tally.ended = Clock::now();
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_busy--;
+        m_all_done.notify_all();
     }
 
+    void CallOnce(Client& client, Tally& tally) {
+        Response response;
+        client.ResetDeadline();
+        const auto began = Clock::now();
+        tally.outcome = client.Call(m_binary, response);
+        if (tally.outcome != Outcome::kAnswered) return;
+        tally.times_ms.push_back(MillisecondsSince(began));
+        if (response.errorcode != 0) tally.errors++;
+        if (WithoutNumber(response.text) != m_expected) tally.different++;
+        m_done++;
+    }
+
+    // One line that is written over itself, and gone when the calls are.
     void ShowProgress() {
         const long all = static_cast<long>(m_options.connections) * m_options.count;
-        long before = -1;
-        // Ends as well when nothing moves any more: a call that fails ends its connection's part.
-        for (long done = 0; done < all && done != before; done = m_done) {
-            before = done;
-            fprintf(stderr, "\r%ld of %ld calls ", done, all);
-            std::this_thread::sleep_for(kProgressPeriod);
+        int width = 0;
+        std::unique_lock<std::mutex> lock(m_mutex);
+        while (!m_all_done.wait_for(lock, kProgressPeriod, [this] { return m_busy == 0; })) {
+            const long done = m_done;
+            const double seconds = MillisecondsSince(m_began) / 1000;
+            width = std::max(width, fprintf(stderr, "\r%ld of %ld calls, %.0f a second ", done, all,
+                                            static_cast<double>(done) / seconds));
+            fflush(stderr);
         }
-        fprintf(stderr, "\r%*s\r", 40, "");
+        if (width > 0) fprintf(stderr, "\r%*s\r", width, "");
     }
 
     const Options& m_options;
     const std::string& m_binary;
+    Output& m_output;
     std::vector<Client*> m_clients;
     std::vector<Tally> m_tallies;  // one a connection, written by its thread
     std::string m_expected;
     std::atomic<long> m_done{0};
-    double m_seconds = 0;
+    Clock::time_point m_began;
+    std::mutex m_mutex;
+    std::condition_variable m_all_done;
+    int m_busy;  // connections still at it; guarded by m_mutex
 };
+
+std::string Complaint(const BenchReport& report) {
+    return std::to_string(report.errors) + " of " + std::to_string(report.times_ms.size()) +
+           " answers were errors, " + std::to_string(report.different) +
+           " differed from the first one";
+}
 
 }  // namespace
 
-bool RunBench(const Options& options, const std::string& binary, FILE* results, Outcome& outcome) {
+Ending RunBench(const Options& options, const std::string& binary, Output& output, cJSON* details) {
     // Never deleted: it holds what the connections' threads may still look at.
-    auto* bench = new Bench(options, binary);
-    outcome = bench->Connect();
-    if (outcome != Outcome::kAnswered) return false;
+    auto* bench = new Bench(options, binary, output);
+    const Outcome connected = bench->Connect();
+    if (connected != Outcome::kAnswered) return EndingOf(connected, options, output);
     bench->Run();
-    return bench->Report(results, outcome);
+
+    BenchReport report = bench->Report();
+    if (options.json)
+        AddBenchJson(report, details);
+    else
+        output.Write(BenchText(report));
+    const Outcome failure = bench->FirstFailure();
+    if (failure != Outcome::kAnswered) return EndingOf(failure, options, output);
+    if (report.errors == 0 && report.different == 0) return {};
+    return {kMethodError, report.errors > 0 ? "method_error" : "other_answers", Complaint(report)};
 }
 
 }  // namespace hyrpc

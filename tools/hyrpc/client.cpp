@@ -5,6 +5,8 @@
 #include <hybase/hcutil/HCUnixSocket.h>
 #include <string.h>
 
+#include "json_output.h"
+
 namespace hyrpc {
 namespace {
 
@@ -12,16 +14,63 @@ constexpr int kBufferBytes = 64 * 1024;  // grows by itself for larger packets
 constexpr int kConnectAttempts = 3;      // a connect waits its time-out that often
 constexpr auto kStatePoll = std::chrono::milliseconds(20);
 
-HCSocket* NewSocket(const Address& address) {
+constexpr size_t kShortestRecord = 11;  // the reply to a shorter one is not understood
+
+HCSocket* NewSocket(const Address& address, Recorder* recorder) {
+    if (recorder != nullptr) return NewRecordingSocket(address.unix_domain, *recorder).release();
     if (address.unix_domain) return new HCUnixSocket;
     return new HCSocket;
 }
 
+bool IsRecordTooShort(const Options& options) {
+    return !options.login_record.empty() && options.login_record.size() < kShortestRecord;
+}
+
+// What --watch prints of a notification. Empty when it is no JSON.
+std::string NotificationLine(const char* text, bool wrapped, double time_s) {
+    Json tree(cJSON_Parse(text), cJSON_Delete);
+    if (tree == nullptr) return "";
+    if (!wrapped) return JsonLine(tree.get());
+    Json object = NewObject();
+    AddRounded(object.get(), "time_s", time_s);
+    cJSON_AddItemToObject(object.get(), "notification", tree.release());
+    return JsonLine(object.get());
+}
+
 }  // namespace
 
-Client::Client(const Options& options, FILE* notifications)
+Ending EndingOf(Outcome outcome, const Options& options, const Output& output) {
+    const std::string& address = options.address.text;
+    switch (outcome) {
+        case Outcome::kAnswered:
+            return {};
+        case Outcome::kConnectFailed:
+            return {kNoAnswer, "connect_failed", "cannot connect to " + address};
+        case Outcome::kLoginRefused:
+            return {kNoAnswer, "login_refused", address + " refused the login record"};
+        case Outcome::kNoLoginReply:
+            if (IsRecordTooShort(options))
+                return {kNoAnswer, "no_login_reply",
+                        "cannot log in with a record of fewer than 11 characters"};
+            return {kNoAnswer, "no_login_reply",
+                    address + " did not answer the login as a device does"};
+        case Outcome::kLost:
+            return {kNoAnswer, "lost",
+                    "connection to " + address + " lost" +
+                        (options.method.empty() ? "" : " before the answer")};
+        case Outcome::kCannotWrite:
+            return FileError(std::string("cannot write the result: ") + strerror(output.Error()));
+        default:
+            return {kNoAnswer, "timeout",
+                    "no answer from " + address + " within " +
+                        std::to_string(options.timeout_seconds) + " s"};
+    }
+}
+
+Client::Client(const Options& options, Output& output, Recorder* recorder)
     : m_options(options),
-      m_notifications(notifications),
+      m_output(output),
+      m_recorder(recorder),
       m_methods{{options.method.c_str(), OnResponse, 0}, {nullptr, nullptr, 0}} {
     ResetDeadline();
     m_nConnectTimeout = std::max(1, options.timeout_seconds / kConnectAttempts);
@@ -37,7 +86,8 @@ void Client::ResetDeadline() {
 
 Outcome Client::Open() {
     const Address& address = m_options.address;
-    Start(m_methods, kBufferBytes, address.host.c_str(), address.port, false, NewSocket(address));
+    Start(m_methods, kBufferBytes, address.host.c_str(), address.port, false,
+          NewSocket(address, m_recorder));
 
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_ready && !m_failed) {
@@ -88,8 +138,9 @@ Outcome Client::Call(const std::string& binary, Response& response) {
 
 Outcome Client::Watch() {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(
-        lock, [this] { return m_failed || (m_options.count > 0 && m_printed >= m_options.count); });
+    m_changed.wait(lock, [this] {
+        return m_failed || (m_options.count > 0 && m_notifications >= m_options.count);
+    });
     return m_failed ? m_failure : Outcome::kAnswered;
 }
 
@@ -109,13 +160,21 @@ void Client::OnEvent(NPEvent_e ev) {
             m_failure = Outcome::kLost;
             break;
     }
-    if (ev != NPE_LOGIN_OK) m_failed = true;
+    if (ev != NPE_LOGIN_OK) {
+        m_failed = true;
+        EndRecording();  // before the connection thread connects anew
+    }
     m_changed.notify_all();
 }
 
+bool Client::IsListening() const {
+    return m_options.mode == Mode::kWatch ||
+           (m_options.mode == Mode::kRaw && m_options.method.empty());
+}
+
 void Client::PkgReceived(unsigned int type, char* data, int len) {
-    if (type == 0 && m_options.mode == Mode::kWatch) {
-        PrintNotification(data);
+    if (IsListening()) {
+        if (type == 0 || m_recorder != nullptr) TakeNotification(data);
         return;
     }
     // The engine keeps the place of the last binary data; only what this message brings counts
@@ -125,21 +184,28 @@ void Client::PkgReceived(unsigned int type, char* data, int len) {
     HCTCPGrpcClient::PkgReceived(type, data, len);
 }
 
-void Client::PrintNotification(const char* text) {
-    cJSON* tree = cJSON_Parse(text);
-    if (tree == nullptr) return;
-    char* line = cJSON_PrintUnformatted(tree);
-    cJSON_Delete(tree);
-    if (line == nullptr) return;
-
-    std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_options.count == 0 || m_printed < m_options.count) {
-        fprintf(m_notifications, "%s\n", line);
-        fflush(m_notifications);
-        m_printed++;
+// With a recorder every data packet counts: it has been shown already, whatever it holds.
+void Client::TakeNotification(const char* text) {
+    const std::chrono::duration<double> since = Clock::now() - m_created;
+    std::string line;
+    if (m_recorder == nullptr) {
+        line = NotificationLine(text, m_options.json, since.count());
+        if (line.empty()) return;
     }
-    cJSON_free(line);
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_failed || (m_options.count > 0 && m_notifications >= m_options.count)) return;
+    m_output.Write(line);
+    m_notifications++;
+    if (m_notifications == m_options.count) EndRecording();
+    if (m_output.Error() != 0) {
+        m_failed = true;
+        m_failure = Outcome::kCannotWrite;
+    }
     m_changed.notify_all();
+}
+
+void Client::EndRecording() {
+    if (m_recorder != nullptr) m_recorder->Finish();
 }
 
 int32_t Client::OnResponse(_grpc_t* context) {
@@ -162,6 +228,7 @@ void Client::TakeResponse(_grpc_t* context) {
     m_response.binary.clear();
     if (binary != nullptr) m_response.binary.assign(binary, static_cast<size_t>(length));
     m_answered = true;
+    EndRecording();
     m_changed.notify_all();
 }
 

@@ -1,20 +1,31 @@
 // One connection to a device, as hyrpc uses it.
 #pragma once
 
-#include <stdio.h>
-
 #include <hybase/hcutil/HCTCPGrpcClient.h>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
 
+#include "ending.h"
 #include "options.h"
+#include "output.h"
+#include "raw.h"
 
 namespace hyrpc {
 
 // What became of a call, apart from the response itself.
-enum class Outcome { kAnswered, kConnectFailed, kLoginRefused, kNoLoginReply, kLost, kTimeout };
+enum class Outcome {
+    kAnswered,
+    kConnectFailed,
+    kLoginRefused,
+    kNoLoginReply,
+    kLost,
+    kTimeout,
+    kCannotWrite
+};
+
+Ending EndingOf(Outcome outcome, const Options& options, const Output& output);
 
 struct Response {
     std::string text;  // formatted JSON
@@ -26,9 +37,9 @@ struct Response {
 // The hooks run on the connection's thread; everything below m_mutex is guarded by it.
 class Client : public HCTCPGrpcClient {
   public:
-    // In watch mode notifications are written to `notifications`, one JSON line each. What the
-    // options name must outlive the client.
-    Client(const Options& options, FILE* notifications);
+    // In watch mode notifications are written to `output`, one JSON line each. `recorder` sees what
+    // travels; null: nobody does. All of them must outlive the client.
+    Client(const Options& options, Output& output, Recorder* recorder);
     ~Client() override;
 
     // Begins the time-out anew.
@@ -41,7 +52,7 @@ class Client : public HCTCPGrpcClient {
     // time.
     Outcome Call(const std::string& binary, Response& response);
 
-    // Waits until options.count notifications were printed, for ever when that is 0.
+    // Waits until options.count notifications came, for ever when that is 0.
     Outcome Watch();
 
     void PkgReceived(unsigned int type, char* data, int len) override;
@@ -52,13 +63,17 @@ class Client : public HCTCPGrpcClient {
 
     static int32_t OnResponse(_grpc_t* context);
     void TakeResponse(_grpc_t* context);
-    void PrintNotification(const char* text);
+    bool IsListening() const;
+    void TakeNotification(const char* text);
+    void EndRecording();
     void BuildRequest();
 
     const Options& m_options;
-    FILE* m_notifications;
+    Output& m_output;
+    Recorder* m_recorder;
     grpcMethod_t m_methods[2];
     Clock::time_point m_deadline;
+    const Clock::time_point m_created = Clock::now();
 
     std::mutex m_mutex;
     std::condition_variable m_changed;
@@ -66,7 +81,7 @@ class Client : public HCTCPGrpcClient {
     bool m_answered = false;
     bool m_failed = false;
     Outcome m_failure = Outcome::kTimeout;
-    int m_printed = 0;
+    int m_notifications = 0;
     int m_awaited = 0;  // "sentcnt" of the call
     Response m_response;
 };

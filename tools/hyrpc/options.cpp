@@ -5,66 +5,43 @@
 #include <hybase/grpc.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
+
+#include <vector>
+
+#include "usage.h"
 
 namespace hyrpc {
 namespace {
 
-constexpr char kUsage[] =
-    "usage: hyrpc [call] [OPTION]... ADDRESS METHOD ['JSON']\n"
-    "       hyrpc watch [OPTION]... ADDRESS\n"
-    "       hyrpc bench [OPTION]... ADDRESS METHOD ['JSON']\n"
-    "\n"
-    "call   calls METHOD of the device at ADDRESS with the parameter JSON, prints the response\n"
-    "watch  prints notifications as they come, one JSON line each\n"
-    "bench  makes the same call many times over many connections, shows rate and times\n"
-    "\n"
-    "ADDRESS is HOST:PORT, [V6]:PORT or unix:NAME (an abstract Unix socket).\n"
-    "\n"
-    "  -u, --user USER          account that signs the calls, with -p\n"
-    "  -p, --password PASSWORD  its password; it does not travel, only a digest does\n"
-    "  -l, --login RECORD       record that opens the connection, \"user;password\"\n"
-    "  -t, --timeout SECONDS    give up after that long, default 10\n"
-    "      --bin-in FILE        send FILE as binary data behind the request\n"
-    "      --bin-out FILE       write the binary data behind the response to FILE\n"
-    "      --tlv                print the binary data behind the response as a table of\n"
-    "                           TLV values\n"
-    "      --watch              the same as the word watch\n"
-    "  -c, --connections N      bench: connections at once, default 1\n"
-    "  -n, --count N            watch: end after N notifications; bench: calls a connection,\n"
-    "                           default 100\n"
-    "  -v, --verbose            what the library logs, on stderr\n"
-    "  -h, --help               this page\n"
-    "  -V, --version            the version\n"
-    "\n"
-    "Exit status: 0 the call succeeded, 1 the method reported an error, 2 no connection,\n"
-    "login refused or time-out, 3 bad usage. Errors are one line on stderr.\n"
-    "\n"
-    "  hyrpc -u admin -p secret 127.0.0.1:8600 add '{\"a\": 1, \"b\": 2}'\n";
-
 constexpr int kDefaultBenchCalls = 100;
 
-enum LongOption { kBinIn = 256, kBinOut, kTlv, kWatch };
-
-const option kLongOptions[] = {
-    {"user", required_argument, nullptr, 'u'},
-    {"password", required_argument, nullptr, 'p'},
-    {"login", required_argument, nullptr, 'l'},
-    {"timeout", required_argument, nullptr, 't'},
-    {"bin-in", required_argument, nullptr, kBinIn},
-    {"bin-out", required_argument, nullptr, kBinOut},
-    {"watch", no_argument, nullptr, kWatch},
-    {"count", required_argument, nullptr, 'n'},
-    {"connections", required_argument, nullptr, 'c'},
-    {"tlv", no_argument, nullptr, kTlv},
-    {"verbose", no_argument, nullptr, 'v'},
-    {"help", no_argument, nullptr, 'h'},
-    {"version", no_argument, nullptr, 'V'},
-    {nullptr, 0, nullptr, 0},
+// What getopt_long wants to know of the rows.
+struct GetoptTables {
+    std::string letters;
+    std::vector<option> names;
 };
 
-ParseResult Refuse(const std::string& reason) {
-    fprintf(stderr, "hyrpc: %s; see hyrpc --help\n", reason.c_str());
-    return ParseResult::kBadUsage;
+GetoptTables MakeTables() {
+    GetoptTables tables;
+    tables.letters = ":";  // tells a missing value from an unknown option
+    for (const OptionRow& row : kOptionRows) {
+        const bool takes_one = row.argument != nullptr;
+        tables.names.push_back(
+            {row.name, takes_one ? required_argument : no_argument, nullptr, row.code});
+        if (row.code >= kBinIn) continue;
+        tables.letters += static_cast<char>(row.code);
+        if (takes_one) tables.letters += ':';
+    }
+    tables.names.push_back({nullptr, 0, nullptr, 0});
+    return tables;
+}
+
+// Takes a secret from the command line and leaves stars there.
+std::string TakeSecret(char* argument) {
+    std::string secret = argument;
+    memset(argument, '*', secret.size());
+    return secret;
 }
 
 bool ParseCount(const char* text, int max, int& value) {
@@ -80,6 +57,8 @@ bool TakeMode(const std::string& word, Mode& mode) {
         mode = Mode::kCall;
     else if (word == "watch")
         mode = Mode::kWatch;
+    else if (word == "raw")
+        mode = Mode::kRaw;
     else if (word == "bench")
         mode = Mode::kBench;
     else
@@ -87,94 +66,146 @@ bool TakeMode(const std::string& word, Mode& mode) {
     return true;
 }
 
-ParseResult ParsePositional(int count, char** words, Options& options) {
-    const bool watch = options.mode == Mode::kWatch;
-    int most = watch ? 1 : 3;
-    int least = watch ? 1 : 2;
-    if (count < least) return Refuse(count < 1 ? "ADDRESS is missing" : "METHOD is missing");
-    if (count > most) return Refuse("too many words, quote the JSON");
+// The option getopt_long stumbled over, without a value, which may be a secret. Of letters written
+// together the last word read is another one.
+std::string NameOption(const std::string& word) {
+    const bool is_long = word.rfind("--", 0) == 0;
+    if (!is_long && optopt != 0) return std::string("-") + static_cast<char>(optopt);
+    return word.substr(0, word.find('='));
+}
+
+// Applies one option that takes part in a run. False with `error` set when its value is none.
+bool TakeOption(int code, Options& options, std::string& error) {
+    constexpr int kMaxSeconds = 24 * 3600;
+    constexpr int kMaxConnections = 1000;
+    constexpr int kMaxCount = 1000000;
+    switch (code) {
+        case 'u':
+            options.user = optarg;
+            break;
+        case 'p':
+            options.password = TakeSecret(optarg);
+            options.has_password = true;
+            break;
+        case kPasswordFile:
+            options.password_file = optarg;
+            break;
+        case 'l':
+            options.login_record = TakeSecret(optarg);
+            options.has_login = true;
+            break;
+        case kLoginFile:
+            options.login_file = optarg;
+            break;
+        case 't':
+            if (!ParseCount(optarg, kMaxSeconds, options.timeout_seconds))
+                error = "-t takes seconds, 1 to 86400";
+            break;
+        case kBinIn:
+            options.bin_in = optarg;
+            break;
+        case kBinOut:
+            options.bin_out = optarg;
+            break;
+        case kTlv:
+            options.tlv = true;
+            break;
+        case kJson:
+            options.json = true;
+            break;
+        case kShowPassword:
+            options.show_password = true;
+            break;
+        case kWatch:
+            options.mode = Mode::kWatch;
+            break;
+        case 'c':
+            if (!ParseCount(optarg, kMaxConnections, options.connections))
+                error = "-c takes connections, 1 to 1000";
+            break;
+        case 'n':
+            if (!ParseCount(optarg, kMaxCount, options.count))
+                error = "-n takes a number, 1 to 1000000";
+            break;
+        default:
+            options.verbose = true;
+            break;
+    }
+    return error.empty();
+}
+
+// What is wrong with the words behind the options; empty for nothing.
+std::string ParsePositional(int count, char** words, Options& options) {
+    const bool listens = options.mode == Mode::kWatch || options.mode == Mode::kRaw;
+    const int least = listens ? 1 : 2;
+    const int most = options.mode == Mode::kWatch ? 1 : 3;
+    if (count < least) return count < 1 ? "ADDRESS is missing" : "METHOD is missing";
+    if (count > most) return "too many words, quote the JSON";
     std::string error;
-    if (!ParseAddress(words[0], options.address, error)) return Refuse(error);
-    if (count > 1) options.method = words[1];
-    if (!watch && options.method.empty()) return Refuse("METHOD is empty");
-    if (count < 3) return ParseResult::kRun;
+    if (!ParseAddress(words[0], options.address, error)) return error;
+    if (count < 2) return "";
+    options.method = words[1];
+    if (options.method.empty()) return "METHOD is empty";
+    if (count < 3) return "";
 
     options.param = words[2];
     cJSON* tree = cJSON_Parse(options.param.c_str());
-    if (tree == nullptr) return Refuse("the parameter is not JSON: " + options.param);
+    if (tree == nullptr) return "the parameter is not JSON: " + options.param;
     cJSON_Delete(tree);
-    return ParseResult::kRun;
+    return "";
+}
+
+// What does not go together; empty for nothing.
+std::string CheckOptions(const Options& options) {
+    if (options.user.size() >= sizeof(grpcAccount_t::name))
+        return "a user name has at most 31 characters";
+    if (options.show_password && options.mode != Mode::kRaw) return "--show-password goes with raw";
+    if (options.tlv && options.mode != Mode::kCall) return "--tlv goes with call";
+    return "";
+}
+
+// Also where the reading ended before it.
+bool IsJsonWanted(int argc, char** argv, const Options& options) {
+    for (int i = 1; i < argc; i++)
+        if (strcmp(argv[i], "--json") == 0) return true;
+    return options.json;
 }
 
 }  // namespace
 
-ParseResult ParseOptions(int argc, char** argv, Options& options) {
-    constexpr int kMaxSeconds = 24 * 3600;
-    constexpr int kMaxConnections = 1000;
+ParseResult ParseOptions(int argc, char** argv, Options& options, std::string& error) {
     // No address looks like one of these words.
     if (argc > 1 && TakeMode(argv[1], options.mode)) {
         argc--;
         argv++;
     }
+    const GetoptTables tables = MakeTables();
     opterr = 0;
-    for (;;) {
-        int letter = getopt_long(argc, argv, "u:p:l:t:c:n:vhV", kLongOptions, nullptr);
-        if (letter == -1) break;
-        switch (letter) {
-            case 'u':
-                options.user = optarg;
-                break;
-            case 'p':
-                options.password = optarg;
-                options.has_password = true;
-                break;
-            case 'l':
-                options.login_record = optarg;
-                break;
-            case 't':
-                if (!ParseCount(optarg, kMaxSeconds, options.timeout_seconds))
-                    return Refuse("-t takes seconds, 1 to 86400");
-                break;
-            case kBinIn:
-                options.bin_in = optarg;
-                break;
-            case kBinOut:
-                options.bin_out = optarg;
-                break;
-            case kTlv:
-                options.tlv = true;
-                break;
-            case kWatch:
-                options.mode = Mode::kWatch;
-                break;
-            case 'c':
-                if (!ParseCount(optarg, kMaxConnections, options.connections))
-                    return Refuse("-c takes connections, 1 to 1000");
-                break;
-            case 'n':
-                if (!ParseCount(optarg, 1000000, options.count))
-                    return Refuse("-n takes a number, 1 to 1000000");
-                break;
-            case 'v':
-                options.verbose = true;
-                break;
-            case 'h':
-                fputs(kUsage, stdout);
-                return ParseResult::kDone;
-            case 'V':
-                puts("hyrpc " HYRPC_VERSION);
-                return ParseResult::kDone;
-            default:
-                return Refuse(std::string("bad option '") + argv[optind - 1] + "'");
+    while (error.empty()) {
+        const int code =
+            getopt_long(argc, argv, tables.letters.c_str(), tables.names.data(), nullptr);
+        if (code == -1) break;
+        if (code == 'h') {
+            PrintUsage();
+            return ParseResult::kDone;
         }
+        if (code == 'V') {
+            puts("hyrpc " HYRPC_VERSION);
+            return ParseResult::kDone;
+        }
+        if (code == '?')
+            error = "bad option '" + NameOption(argv[optind - 1]) + "'";
+        else if (code == ':')
+            error = "option '" + NameOption(argv[optind - 1]) + "' needs a value";
+        else
+            TakeOption(code, options, error);
     }
-    if (options.user.empty() == options.has_password) return Refuse("-u and -p go together");
-    if (options.user.size() >= sizeof(grpcAccount_t::name))
-        return Refuse("a user name has at most 31 characters");
-    if (options.password.size() >= sizeof(grpcAccount_t::passwd))
-        return Refuse("a password has at most 127 characters");
+    if (error.empty()) error = CheckOptions(options);
+    if (error.empty()) error = ParsePositional(argc - optind, argv + optind, options);
     if (options.mode == Mode::kBench && options.count == 0) options.count = kDefaultBenchCalls;
-    return ParsePositional(argc - optind, argv + optind, options);
+    if (error.empty()) return ParseResult::kRun;
+    options.json = IsJsonWanted(argc, argv, options);
+    return ParseResult::kBadUsage;
 }
 
 }  // namespace hyrpc

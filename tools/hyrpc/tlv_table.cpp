@@ -1,6 +1,7 @@
 #include "tlv_table.h"
 
 #include <hybase/hcutil/HCTLV.h>
+#include <stdio.h>
 
 namespace hyrpc {
 namespace {
@@ -140,19 +141,45 @@ std::string ValueText(HCTLV& message, int type, int kind) {
 
 }  // namespace
 
-bool PrintTlvTable(const std::string& message, FILE* out) {
+bool ReadTlv(const std::string& message, TlvTable& table) {
     HCTLV tlv("");
     const auto* data = reinterpret_cast<const unsigned char*>(message.data());
     if (tlv.ParseToTLV(data, static_cast<int>(message.size())) != 0) return false;
 
-    fprintf(out, "%s, %zu bytes\n", tlv.GetHeadType(), message.size());
-    fprintf(out, "%6s  %-10s  %s\n", "type", "kind", "value");
+    table.head = tlv.GetHeadType();
+    table.bytes = message.size();
     int type = 0;
     int kind = 0;
     const int* after = nullptr;
     for (; utltlv_get_next(tlv.GetCHdl(), after, &type, &kind) == 0; after = &type)
-        fprintf(out, "%6d  %-10s  %s\n", type, KindName(kind), ValueText(tlv, type, kind).c_str());
+        table.rows.push_back({type, KindName(kind), ValueText(tlv, type, kind)});
     return true;
+}
+
+std::string TlvText(const TlvTable& table) {
+    char line[64];
+    std::string text = table.head + ", " + std::to_string(table.bytes) + " bytes\n";
+    snprintf(line, sizeof line, "%6s  %-10s  ", "type", "kind");
+    text.append(line).append("value\n");
+    for (const TlvRow& row : table.rows) {
+        snprintf(line, sizeof line, "%6d  %-10s  ", row.type, row.kind);
+        text.append(line).append(row.value).append("\n");
+    }
+    return text;
+}
+
+Json TlvJson(const TlvTable& table) {
+    Json object = NewObject();
+    cJSON_AddStringToObject(object.get(), "head", table.head.c_str());
+    cJSON* values = cJSON_AddArrayToObject(object.get(), "values");
+    for (const TlvRow& row : table.rows) {
+        cJSON* value = cJSON_CreateObject();
+        cJSON_AddNumberToObject(value, "type", row.type);
+        cJSON_AddStringToObject(value, "kind", row.kind);
+        cJSON_AddStringToObject(value, "value", row.value.c_str());
+        cJSON_AddItemToArray(values, value);
+    }
+    return object;
 }
 
 }  // namespace hyrpc
