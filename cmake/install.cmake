@@ -25,6 +25,7 @@ foreach(name hyplatform hybase)
     install(CODE "
         set(version [[${PROJECT_VERSION}]])
         set(cjson_version [[${HYBASE_CJSON_VERSION}]])
+        set(time64_cflags [[${HYBASE_TIME64_CFLAGS}]])
         set(libdir [[${libdir}]])
         set(includedir [[${includedir}]])
         configure_file([[${CMAKE_CURRENT_SOURCE_DIR}/cmake/${name}.pc.in]]

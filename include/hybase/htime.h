@@ -26,6 +26,7 @@
 #define HYBASE_HTIME_H
 
 #include <hybase/export.h>
+#include <hyplatform/abi.h>
 #include <stdint.h>
 #include <time.h>
 

@@ -24,6 +24,7 @@
 #ifndef HYPLATFORM_ARCH_H
 #define HYPLATFORM_ARCH_H
 
+#include <hyplatform/abi.h>
 #include <stdint.h>
 #include <time.h>
 
