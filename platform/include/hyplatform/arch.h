@@ -68,14 +68,16 @@ HYPLATFORM_API int arch_mutex_delete(arch_mutex_t mutex);
 
 /**
  * A thread. Threads inherit the signal mask of their creator and have a stack of
- * HYBASE_THREAD_STACK_KIB KiB (a build setting, default 256): a 32-bit process can hold hundreds.
+ * HYBASE_THREAD_STACK_KIB KiB (a build setting, default 256, at least 160): a 32-bit process can
+ * hold hundreds.
  */
 typedef struct arch_thread_s* arch_thread_t;
 
 /**
- * Runs entry(arg) on a new thread. `name` is what ps and a debugger show: its first 15 characters
- * (a null name stands for the empty one). The handle must be given to arch_thread_join() exactly
- * once. Null when the thread cannot be had; entry is then never called.
+ * Runs entry(arg) on a new thread. `name` is what ps and a debugger show: its first 15 characters,
+ * which need no terminator (a null name stands for the empty one). The handle must be given to
+ * arch_thread_join() exactly once. Null when `entry` is null or the thread cannot be had; entry is
+ * then never called.
  */
 HYPLATFORM_API arch_thread_t arch_thread_create(const char* name, void* (*entry)(void*), void* arg);
 

@@ -14,10 +14,10 @@
  *     utl_md5_update(&ctx, text, strlen(text));
  *     utl_md5_final(&ctx, digest);
  *
- * Nothing here fails, and pointers must not be null.
+ * Nothing here fails, and pointers must not be null, but for data of length 0.
  *
  * @par Threads
- * One thread a context.
+ * One thread a context; contexts are independent of each other.
  * @{
  */
 #ifndef HYPLATFORM_UTL_MD5_H
