@@ -31,4 +31,4 @@ set(ENV{PKG_CONFIG_LIBDIR} "${sysroot_lib}/pkgconfig:${sysroot}/usr/share/pkgcon
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${sysroot_lib}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-rpath-link,${sysroot_lib}")
 set(CMAKE_CROSSCOMPILING_EMULATOR
-    qemu-arm;-L;/usr/arm-linux-gnueabihf;-E;LD_LIBRARY_PATH=${sysroot_lib})
+    qemu-arm;-L;/usr/arm-linux-gnueabihf;-E;LD_LIBRARY_PATH=${sysroot_lib};-E;GCONV_PATH=${sysroot_lib}/gconv)

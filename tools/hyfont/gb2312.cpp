@@ -38,6 +38,8 @@ class Converter {
 
 }  // namespace
 
+bool KnowsGb2312() { return UnicodeOf(kFirstCode, kFirstCode) != 0; }
+
 uint32_t UnicodeOf(int high, int low) {
     static Converter to_unicode("UCS-4LE", "GB2312");
     const char pair[] = {static_cast<char>(high), static_cast<char>(low)};

@@ -10,6 +10,9 @@ namespace hyfont {
 constexpr int kFirstCode = 0xA1;
 constexpr int kCodes = 94;  // in either byte
 
+// False where the C library comes without its conversion modules.
+bool KnowsGb2312();
+
 // 0 for a pair that is no character of GB2312.
 uint32_t UnicodeOf(int high, int low);
 
