@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Looks for links of a site that lead nowhere: check_links.py SITE. Prints each, exits with 1.
+So does a tick (`) in the text of a page: code that Doxygen did not take for code.
 
 Checked are the files and anchors that pages, pictures, style sheets and the tree at the left name
 relative to the site. Links to other places are left alone.
@@ -11,19 +12,31 @@ import sys
 from html.parser import HTMLParser
 from urllib.parse import unquote
 
+CODE = ("code", "pre", "script", "style")
+
 
 class Page(HTMLParser):
     def __init__(self, text):
         super().__init__()
         self.links, self.anchors = [], set()
+        self.code = 0  # open elements whose text is code
+        self.ticks = []
         self.feed(text)
 
     def handle_starttag(self, tag, attrs):
+        self.code += tag in CODE
         for name, value in attrs:
             if name in ("href", "src") and value:
                 self.links.append(value)
             if name in ("id", "name") and value:
                 self.anchors.add(value)
+
+    def handle_endtag(self, tag):
+        self.code -= self.code > 0 and tag in CODE
+
+    def handle_data(self, data):
+        if "`" in data and not self.code:
+            self.ticks.append(data.strip()[:60])
 
 
 def tree_links(text):
@@ -56,6 +69,9 @@ def main(site):
                 broken.add(f"{os.path.relpath(source, site)}: no file for {link}")
             elif anchor and path in pages and anchor not in pages[path].anchors:
                 broken.add(f"{os.path.relpath(source, site)}: no anchor for {link}")
+    for path, page in pages.items():
+        if not path.endswith("_source.html"):
+            broken.update(f"{os.path.relpath(path, site)}: no code: {text}" for text in page.ticks)
     for line in sorted(broken):
         print(line)
     print(f"{len(pages)} pages, {sum(len(links) for _, links in sources)} links, "

@@ -8,6 +8,7 @@ become what Doxygen understands:
     [text](../include/hybase/hlog.h)    the room of that header
     [text](man/hyrpc.1)                 the manual page, as a page of the site
     [text](../LICENSE), any other file  a copy of it, see copy_files.py
+    `it's code`                         ``it's code``, for a quote ends the shorter form
 
 A manual page becomes a page of HTML.
 """
@@ -20,6 +21,7 @@ import sys
 LINK = re.compile(r"(?<!!)\[((?:[^\[\]]|\[[^\]]*\])*)\]\(([^()\s]+)\)")
 HEADING = re.compile(r"#{2,6} (.*)$")
 FENCE = re.compile(r"\s*(```|~~~)")
+CODE = re.compile(r"(?<!`)`([^`]*'[^`]*)`(?!`)")
 ROOM = re.compile(r"^\W*[@\\]ingroup (\w+)", re.M)
 TOC_FROM = 4  # headings that make a table of contents worth its place
 
@@ -71,6 +73,16 @@ def plain(heading):
                   heading)
 
 
+def link_text(text, target):
+    """The text of a link; in one to a page or a room Doxygen shows the ticks of code."""
+    return plain(text) if target.startswith("@ref") else text
+
+
+def converted(page, match):
+    to = target(page, match.group(2))
+    return f"[{link_text(match.group(1), to)}]({to})"
+
+
 def filtered(page, lines):
     fenced = False
     ids = collections.Counter()
@@ -82,7 +94,7 @@ def filtered(page, lines):
             yield line
             continue
         heading = HEADING.match(line)
-        line = LINK.sub(lambda m: f"[{m.group(1)}]({target(page, m.group(2))})", line)
+        line = CODE.sub(r"``\1``", LINK.sub(lambda m: converted(page, m), line))
         if heading:
             anchor = slug(heading.group(1))
             again = f"-{ids[anchor]}" if ids[anchor] else ""
