@@ -108,7 +108,8 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     /// `connectNow`: the first attempt to connect and log in is made before the call returns.
     /// `sock`: the socket to connect with, owned by this object from now on; taken only if none is
     /// held yet (else it stays the caller's). Null: an HCSocket is made. A failure to connect is
-    /// not reported here but by OnEvent(), and tried again after 10 seconds.
+    /// not reported here but by OnEvent(). The thread tries again after 10 seconds; after a failure
+    /// of `connectNow` it makes its first attempt at once.
     void StartAsClient(int bufsize, const char* host, unsigned short port, bool connectNow,
                        HCSocket* sock);
 

@@ -30,8 +30,9 @@
 /// @par Threads
 /// One accepting thread a service, which runs the hooks CheckPasswd() and CreateServer(); each
 /// connection has its own thread. A client that connects and sends nothing holds up other logins
-/// for up to 5 seconds. The connections are kept in the HCObjVector base, which changes on the
-/// accepting thread; any other thread that walks it does so between BeginWalk() and EndWalk().
+/// for 5 seconds, one that sends its login in pieces for 5 seconds a piece. The connections are
+/// kept in the HCObjVector base, which changes on the accepting thread; any other thread that walks
+/// it does so between BeginWalk() and EndWalk().
 ///
 /// Nothing throws. Diagnostics are log records (hlog.h).
 ///
@@ -89,11 +90,11 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
     /// @}
 
   protected:
-    /// Stops accepting, closes the listening socket, stops and disposes of every connection. Waits
-    /// for a login under way, and about 1.5 seconds otherwise. Call it first in the destructor of
-    /// every class that derives from this one: the threads call CheckPasswd(), CreateServer() and
-    /// the hooks of the connections, and must not find a half-destroyed object. Calling it again
-    /// does nothing.
+    /// Stops accepting, closes the listening socket, stops and disposes of every connection. A
+    /// login under way is cut off; the rest takes about 1.5 seconds at most, unless a hook runs for
+    /// longer. Call it first in the destructor of every class that derives from this one: the
+    /// threads call CheckPasswd(), CreateServer() and the hooks of the connections, and must not
+    /// find a half-destroyed object. Calling it again does nothing. Not from a hook.
     void StopService();
 
     /// Begins a walk: until EndWalk() the connections neither change nor go away. Any thread, hooks

@@ -11,7 +11,8 @@
 ///
 /// @par Results
 /// They are 0 or a count for success, -1 for failure (null from Accept()), 0 from Recv() and
-/// RecvAll() for a time-out; failures leave a log record. Nothing throws.
+/// RecvAll() for a time-out. Most failures leave a log record; none is left by Listen(), by
+/// Close(), and by Recv() when the peer has closed. Nothing throws.
 ///
 /// @par Time-outs
 /// Connect() and Accept() take whole seconds, Send(), Recv() and RecvAll() microseconds; a negative

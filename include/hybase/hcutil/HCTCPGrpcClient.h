@@ -42,8 +42,8 @@ class HYBASE_API HCTCPGrpcClient : public HCNetPackage {
 
     /// Sets the context up and starts the connection; `methods` (not copied; ends with a row
     /// without a name; must outlive the client) are the handlers of responses and notifications.
-    /// The rest is as in HCNetPackage::StartAsClient(). Returns 0. A second call keeps the account
-    /// and connects anew.
+    /// The rest is as in HCNetPackage::StartAsClient(). Returns 0, -1 when m_pGrpc is null. A
+    /// second call keeps the account and connects anew.
     int Start(grpcMethod_t* methods, int bufsize, const char* ip, unsigned short port,
               bool connectNow, HCSocket* sock);
 

@@ -102,8 +102,8 @@ class HYBASE_API HCTCPGrpcServer : public HCNetPackageService {
     int StartService(grpcMethod_t* methods, int bufsize, unsigned short port);
 
     /// Adds a copy of an account; name and password are cut to 31 and 127 characters. 0, or -1 when
-    /// there are 32 already. Call it before StartService(): only clients that connect later are
-    /// checked against it.
+    /// there are 32 already or memory was short. Call it before StartService(): only clients that
+    /// connect later are checked against it.
     int AddAccountItem(grpcUser_t& user);
 
     /// Sends a message of the server's own (a notification) to `target`, or to every client when
