@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Looks for links of a site that lead nowhere: check_links.py SITE. Prints each, exits with 1.
-So does a tick (`) in the text of a page: code that Doxygen did not take for code.
+So do traces of text that Doxygen misread: a tick (`) outside of code, a cell of a table within code.
 
 Checked are the files and anchors that pages, pictures, style sheets and the tree at the left name
 relative to the site. Links to other places are left alone.
@@ -20,7 +20,7 @@ class Page(HTMLParser):
         super().__init__()
         self.links, self.anchors = [], set()
         self.code = 0  # open elements whose text is code
-        self.ticks = []
+        self.misread = []
         self.feed(text)
 
     def handle_starttag(self, tag, attrs):
@@ -35,8 +35,8 @@ class Page(HTMLParser):
         self.code -= self.code > 0 and tag in CODE
 
     def handle_data(self, data):
-        if "`" in data and not self.code:
-            self.ticks.append(data.strip()[:60])
+        if ("`" in data and not self.code) or "\\ilinebr" in data:
+            self.misread.append(data.strip()[:60])
 
 
 def tree_links(text):
@@ -71,7 +71,7 @@ def main(site):
                 broken.add(f"{os.path.relpath(source, site)}: no anchor for {link}")
     for path, page in pages.items():
         if not path.endswith("_source.html"):
-            broken.update(f"{os.path.relpath(path, site)}: no code: {text}" for text in page.ticks)
+            broken.update(f"{os.path.relpath(path, site)}: misread: {text}" for text in page.misread)
     for line in sorted(broken):
         print(line)
     print(f"{len(pages)} pages, {sum(len(links) for _, links in sources)} links, "

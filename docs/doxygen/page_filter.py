@@ -9,6 +9,7 @@ become what Doxygen understands:
     [text](man/hyrpc.1)                 the manual page, as a page of the site
     [text](../LICENSE), any other file  a copy of it, see copy_files.py
     `it's code`                         ``it's code``, for a quote ends the shorter form
+    `%m`                                `%%m`, for Doxygen drops the sign before a word
 
 A manual page becomes a page of HTML.
 """
@@ -21,7 +22,7 @@ import sys
 LINK = re.compile(r"(?<!!)\[((?:[^\[\]]|\[[^\]]*\])*)\]\(([^()\s]+)\)")
 HEADING = re.compile(r"#{2,6} (.*)$")
 FENCE = re.compile(r"\s*(```|~~~)")
-CODE = re.compile(r"(?<!`)`([^`]*'[^`]*)`(?!`)")
+CODE = re.compile(r"`[^`]*`")
 ROOM = re.compile(r"^\W*[@\\]ingroup (\w+)", re.M)
 TOC_FROM = 4  # headings that make a table of contents worth its place
 
@@ -83,6 +84,16 @@ def converted(page, match):
     return f"[{link_text(match.group(1), to)}]({to})"
 
 
+def quotes(line):
+    """Apostrophes for which Doxygen, within a table mostly, would end or begin code."""
+    text, ended = "", 0
+    for code in CODE.finditer(line):
+        text += line[ended:code.start()].replace("'", "&rsquo;")
+        text += f"`{code[0]}`" if "'" in code[0] else code[0]
+        ended = code.end()
+    return text + line[ended:].replace("'", "&rsquo;") if ended else line
+
+
 def filtered(page, lines):
     fenced = False
     ids = collections.Counter()
@@ -94,7 +105,8 @@ def filtered(page, lines):
             yield line
             continue
         heading = HEADING.match(line)
-        line = CODE.sub(r"``\1``", LINK.sub(lambda m: converted(page, m), line))
+        line = re.sub(r"`%(?=\w)", "`%%", LINK.sub(lambda m: converted(page, m), line))
+        line = quotes(line)
         if heading:
             anchor = slug(heading.group(1))
             again = f"-{ids[anchor]}" if ids[anchor] else ""
