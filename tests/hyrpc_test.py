@@ -400,7 +400,9 @@ class Interfaces(HyrpcCase):
     def test_manual_is_clean(self):
         done = subprocess.run(["mandoc", "-Tlint", str(ROOT / "docs/man/hyrpc.1")],
                               capture_output=True, text=True, timeout=10)
-        self.assertEqual(done.stdout + done.stderr, "")
+        # Which pages it refers to are installed is not the page's business.
+        self.assertEqual([line for line in (done.stdout + done.stderr).splitlines()
+                          if "referenced manual not found" not in line and "mandoc.db" not in line], [])
 
     def test_completion(self):
         self.assertEqual(self.complete("b"), ["bench"])
