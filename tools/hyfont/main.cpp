@@ -51,7 +51,8 @@ int Build(bool wide, int size, const std::string& font_path, const std::string& 
     const std::string problem = font.Open(font_path, size, wide ? size : hyfont::kNarrowColumns);
     if (!problem.empty()) return Fail(problem);
     if (wide && !hyfont::KnowsGb2312())
-        return Fail("this system cannot convert GB2312: the C library's conversion modules are missing");
+        return Fail(
+            "this system cannot convert GB2312: the C library's conversion modules are missing");
     hyfont::Summary summary;
     const std::string file =
         wide ? hyfont::BuildWide(font, size, &summary) : hyfont::BuildNarrow(font, size, &summary);
