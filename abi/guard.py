@@ -5,20 +5,23 @@ guard.py compare|accept MACHINE=BUILD-FOLDER...
 
 abi/MACHINE/LIBRARY.symbols lists what the library exports, LIBRARY.abi describes functions, types and
 virtual slots (abidw). Both leave out what no program can notice: private functions that are not
-virtual, inline functions, and the insides of the C++ library's types.
+virtual, inline functions, and the insides of the C++ library's types. abi/enumerators lists the values of
+the public headers' enumerators: most are no function's parameter, so no description has them.
 """
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
 import xml.etree.ElementTree as ET
 
 HERE = pathlib.Path(__file__).resolve().parent
+HEADERS = [HERE.parent / "include", HERE.parent / "platform/include"]
 LIBRARIES = {"libhybase": "hybase", "libhyplatform": "platform"}
 ABIDW = ["abidw", "--no-corpus-path", "--no-comp-dir-path", "--no-show-locs", "--no-elf-needed",
          "--no-parameter-names", "--no-write-default-sizes", "--exported-interfaces-only",
-         "--drop-private-types", "--headers-dir", HERE.parent / "include",
-         "--headers-dir", HERE.parent / "platform/include", "--type-id-style", "hash"]
+         "--drop-private-types", "--type-id-style", "hash",
+         *(word for folder in HEADERS for word in ("--headers-dir", folder))]
 # Of abidiff's result: its own failure, wrong usage, some change.
 ABIDIFF_FAILED, ABIDIFF_CHANGE = 1 | 2, 4
 
@@ -144,13 +147,50 @@ def describe(library):
             ET.tostring(root, encoding="unicode") + "\n")
 
 
+def enumerators(build):
+    """The enumerators of the public headers with their values, a line each; `build` has hyplatform/abi.h."""
+    headers = sorted(path.relative_to(folder) for folder in HEADERS for path in folder.rglob("*.h"))
+    names = []
+    for path in sorted(path for folder in HEADERS for path in folder.rglob("*.h")):
+        code = re.sub(r"/\*.*?\*/|//[^\n]*", "", path.read_text(), flags=re.S)
+        for body in re.findall(r"^enum\b[^{;]*{(.*?)}", code, re.M | re.S):
+            names += re.findall(r"(?:^|,)\s*(\w+)", body)
+    program = ["#include <stdio.h>", *(f"#include <{header}>" for header in headers), "int main() {",
+               *(f'printf("{name} %lld\\n", (long long){name});' for name in sorted(names)), "}"]
+    with tempfile.TemporaryDirectory() as folder:
+        printer = pathlib.Path(folder) / "printer"
+        includes = [f"-I{path}" for path in [*HEADERS, pathlib.Path(build) / "platform/include"]]
+        subprocess.run(["g++", "-std=c++17", *includes, "-xc++", "-", "-o", printer], check=True, text=True,
+                       input="\n".join(program))
+        return output(printer)
+
+
+def changed_enumerators(new):
+    """What differs from abi/enumerators, as a text, and whether old programs still run."""
+    old_values = dict(line.split() for line in (HERE / "enumerators").read_text().splitlines())
+    new_values = dict(line.split() for line in new.splitlines())
+    lines = [f"{name}: {value} became {new_values.get(name, 'nothing')}"
+             for name, value in old_values.items() if new_values.get(name) != value]
+    added = [f"added: {name} = {value}" for name, value in new_values.items() if name not in old_values]
+    return "".join(f"  {line}\n" for line in lines + added), not lines
+
+
 def abidiff(old, new, *options):
-    result = subprocess.run(["abidiff", "--harmless", "--leaf-changes-only", "--show-bytes",
-                             *options, old, new], text=True,
+    result = subprocess.run(["abidiff", "--harmless", "--show-bytes", *options, old, new], text=True,
                             stdout=subprocess.PIPE)
     if result.returncode & ABIDIFF_FAILED:
         sys.exit(f"abi: abidiff cannot compare {old}")
     return result.returncode & ABIDIFF_CHANGE != 0, result.stdout
+
+
+def report_of(old, new):
+    """What changed in a description, and whether all that was there is as it was."""
+    changed, full = abidiff(old, new, "--no-added-syms")
+    # The short form names a changed type once, not with every function that leads to it, but knows
+    # nothing of a const that a parameter lost.
+    short_shows_it = not changed or abidiff(old, new, "--no-added-syms", "--leaf-changes-only")[0]
+    differs, short = abidiff(old, new, "--leaf-changes-only")
+    return (short if differs else "") + ("" if short_shows_it else full), not changed
 
 
 def difference(folder, name, symbols, description):
@@ -162,29 +202,31 @@ def difference(folder, name, symbols, description):
         with tempfile.NamedTemporaryFile("w", suffix=".abi") as new:
             new.write(description)
             new.flush()
-            changed, report = abidiff(folder / f"{name}.abi", new.name)
-            if not changed:
-                report = ""
-            only_grown &= not abidiff(folder / f"{name}.abi", new.name, "--no-added-syms")[0]
+            report, same = report_of(folder / f"{name}.abi", new.name)
+            only_grown &= same
     lines = [f"removed: {demangled(symbol)}" for symbol in sorted(old_symbols - new_symbols)]
     lines += [f"added: {demangled(symbol)}" for symbol in sorted(new_symbols - old_symbols)]
     lines += [line for line in report.splitlines() if line.strip() and " summary: " not in line]
     return "".join(f"  {line}\n" for line in lines), only_grown
 
 
-def compare(interfaces):
+def compare(interfaces, values):
     """Prints each difference once, however many machines have it. Returns 1 for any."""
-    machines_with, incompatible = {}, False
+    machines_with = {}
+    changed_values, only_grown = changed_enumerators(values)
+    incompatible = not only_grown
     for (machine, name), interface in interfaces.items():
         text, only_grown = difference(HERE / machine, name, *interface)
         if text:
             machines_with.setdefault((name, text), []).append(machine)
             incompatible |= not only_grown
-    if not machines_with:
+    if not machines_with and not changed_values:
         print("abi: nothing has changed")
         return 0
     for (name, text), machines in machines_with.items():
         print(f"== {name}.so on {', '.join(machines)} differs from what abi/ says\n{text}")
+    if changed_values:
+        print(f"== enumerators differ from what abi/ says\n{changed_values}")
     print(ADVICE_CHANGED if incompatible else ADVICE_ADDED)
     written_with = (HERE / "toolchain").read_text()
     if written_with != toolchain():
@@ -193,12 +235,13 @@ def compare(interfaces):
     return 1
 
 
-def accept(interfaces):
+def accept(interfaces, values):
     for (machine, name), (symbols, description) in interfaces.items():
         folder = HERE / machine
         folder.mkdir(exist_ok=True)
         (folder / f"{name}.symbols").write_text(symbols)
         (folder / f"{name}.abi").write_text(description)
+    (HERE / "enumerators").write_text(values)
     (HERE / "toolchain").write_text(toolchain())
     print("abi: written down; git diff --stat abi/ shows what is new")
     return 0
@@ -208,7 +251,8 @@ def main():
     action = {"compare": compare, "accept": accept}[sys.argv[1]]
     builds = [argument.split("=") for argument in sys.argv[2:]]
     return action({(machine, name): describe(pathlib.Path(build) / room / f"{name}.so")
-                   for machine, build in builds for name, room in LIBRARIES.items()})
+                   for machine, build in builds for name, room in LIBRARIES.items()},
+                  enumerators(builds[0][1]))
 
 
 if __name__ == "__main__":
