@@ -14,6 +14,8 @@ debs=$(cd "$2" && pwd)
 root=$debs/root-$kind
 here=$(cd "$(dirname "$0")" && pwd)
 rm -rf --one-file-system "$root"
+# Nothing but logs stays behind, whatever happens: what root made here its owner could not remove.
+trap 'rm -rf --one-file-system "$root" "$debs/apt-armhf"' EXIT
 
 sources() { # the machine's own sources of Debian's packages, one "deb" line each
     apt-get indextargets --format 'deb $(REPO_URI) $(CODENAME) $(COMPONENT)' \
@@ -23,21 +25,23 @@ sources() { # the machine's own sources of Debian's packages, one "deb" line eac
 native() {
     local arch base suite walk
     arch=$(dpkg --print-architecture)
-    read -r _ base suite _ < <(sources | grep -vE ' [a-z]+-(updates|security|backports) ')
-    debootstrap --variant=minbase "$suite" "$root" "$base" >"$debs/debootstrap.log" 2>&1
+    read -r _ base suite _ < <(sources | grep -vE ' [a-z]+-(updates|security|backports) ') ||
+        { echo "apt knows no source of Debian's packages on this machine" >&2; exit 1; }
+    # What it mounts goes with it, however it ends.
+    unshare --mount debootstrap --variant=minbase "$suite" "$root" "$base" >"$debs/native.log" 2>&1 || show_log
     sources >"$root/etc/apt/sources.list"
     echo 'APT::Install-Recommends "false";' >"$root/etc/apt/apt.conf.d/99small"
     walk=$root/root/walk
     mkdir "$walk"
     cp "$debs"/*_"$arch".deb "$walk"
     python3 "$here/page_to_script.py" "$here/../docs/getting-started.md" "$walk"
-    in_root apt-get update >"$debs/native.log" 2>&1 || true
+    in_root apt-get update >>"$debs/native.log" 2>&1 || true
     in_root bash -c 'cd /root/walk && bash install.sh' >>"$debs/native.log" 2>&1 || show_log
     # A network of its own: the page's port is free there.
     unshare --net bash -c 'ip link set lo up && exec chroot "$0" bash -c "cd /root/walk && bash walk.sh"' \
         "$root" >>"$debs/native.log" 2>&1 || show_log
-    grep -qF '40 + 2 = 42' "$debs/native.log"
-    grep -qF '"sum":	42' "$debs/native.log"
+    grep -qF '40 + 2 = 42' "$debs/native.log" || show_log
+    grep -qF '"sum":	42' "$debs/native.log" || show_log
     in_root hyrpc --version
     in_root hyplatform-check | tail -n 1
 }
@@ -69,4 +73,3 @@ armhf() {
 }
 
 "$kind"
-rm -rf --one-file-system "$root" "$debs/apt-armhf"
