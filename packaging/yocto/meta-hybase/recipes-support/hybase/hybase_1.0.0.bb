@@ -10,6 +10,8 @@ DEPENDS = "cjson libmd"
 inherit cmake pkgconfig externalsrc
 EXTERNALSRC = "${HYBASE_SOURCES}"
 EXTERNALSRC_BUILD = "${WORKDIR}/build"
+# No links into the build among the sources.
+EXTERNALSRC_SYMLINKS = ""
 
 EXTRA_OECMAKE = "-DBUILD_TESTING=OFF -DHYBASE_EXAMPLES=OFF"
 
