@@ -163,6 +163,7 @@ class Failures(HyrpcCase):
     def test_nobody_listens(self):
         self.check(2, "cannot connect", "-t", "3", "127.0.0.1:%d" % free_port(), "add", seconds=3)
         self.check(2, "cannot connect", "-t", "3", "unix:hyrpc-test-nobody", "add", seconds=3)
+        self.check(2, "no address known for 'a..b'", "a..b:8600", "add", seconds=3)
 
     def test_peer_never_answers_the_login(self):
         with Peer() as address:

@@ -39,29 +39,6 @@ bool SplitPort(const std::string& text, std::string& host, std::string& port) {
     return true;
 }
 
-// The library takes numeric addresses only; names are for people.
-bool LookUp(std::string& host) {
-    addrinfo hints{};
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    if (getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr) return false;
-    std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, freeaddrinfo);
-
-    const addrinfo* best = found;
-    for (const addrinfo* one = found; one != nullptr; one = one->ai_next) {
-        if (one->ai_family == AF_INET) {
-            best = one;
-            break;
-        }
-    }
-    char numeric[64];  // longer ones do not fit a connection's host field either
-    if (getnameinfo(best->ai_addr, best->ai_addrlen, numeric, sizeof numeric, nullptr, 0,
-                    NI_NUMERICHOST) != 0)
-        return false;
-    host = numeric;
-    return true;
-}
-
 }  // namespace
 
 bool ParseAddress(const std::string& text, Address& address, std::string& error) {
@@ -84,9 +61,31 @@ bool ParseAddress(const std::string& text, Address& address, std::string& error)
         error = "'" + port + "' is no port, 1 to 65535";
         return false;
     }
-    if (LookUp(address.host)) return true;
-    error = "no address known for '" + address.host + "'";
-    return false;
+    return true;
+}
+
+bool LookUp(Address& address) {
+    if (address.unix_domain) return true;
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    if (getaddrinfo(address.host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr)
+        return false;
+    std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, freeaddrinfo);
+
+    const addrinfo* best = found;
+    for (const addrinfo* one = found; one != nullptr; one = one->ai_next) {
+        if (one->ai_family == AF_INET) {
+            best = one;
+            break;
+        }
+    }
+    char numeric[64];  // longer ones do not fit a connection's host field either
+    if (getnameinfo(best->ai_addr, best->ai_addrlen, numeric, sizeof numeric, nullptr, 0,
+                    NI_NUMERICHOST) != 0)
+        return false;
+    address.host = numeric;
+    return true;
 }
 
 }  // namespace hyrpc

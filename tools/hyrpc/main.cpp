@@ -32,7 +32,11 @@ bool HasLastLine(const Options& options, const Ending& ending) {
 
 Ending Start(Options& options, Output& output, cJSON* details) {
     const Ending ending = ResolveSecrets(options);
-    return ending.status == hyrpc::kSucceeded ? Run(options, output, details) : ending;
+    if (ending.status != hyrpc::kSucceeded) return ending;
+    if (!LookUp(options.address))
+        return {hyrpc::kNoAnswer, "connect_failed",
+                "no address known for '" + options.address.host + "'"};
+    return Run(options, output, details);
 }
 
 }  // namespace
