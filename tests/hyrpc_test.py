@@ -272,6 +272,28 @@ class Raw(HyrpcCase):
             self.assertEqual(bytes.fromhex(last["payload_hex"]), b"slow")
 
 
+class HostilePeer(HyrpcCase):
+    def test_texts_are_made_printable(self):
+        error = b'{"errorcode":7,"message":"a\\u001b[2J\\nb \xc2\x9b\x9b\xe0\x80\x80\x7f"}'
+        shown = r"a\u001b[2J\u000ab \u009b\ufffd\ufffd\ufffd\ufffd\u007f"
+        failure = packet(DATA, b'{"method":"add","sentcnt":1,"error":' + error + b"}")
+        tlv = b"h\x1b\0" + struct.pack(">IIBI", 14, 1, 7, 5) + b"\n\x1b[m\0"
+        for words, status, reply, expected in (
+                (("call",), 1, failure, [f"hyrpc: add: error 7: {shown}\n"]),
+                (("call", "--json"), 1, failure, [f"hyrpc: add: error 7: {shown}\n"]),
+                (("call", "--tlv"), 0, packet(DATA, answer()[12:] + b"\0" + tlv),
+                 [r"h\u001b, 21 bytes", r"  \u000a\u001b[m"]),
+                (("watch", "-n", "1"), 0, packet(DATA, b'{"\x7f":"\xff"}'),
+                 [r'{"\u007f":"\ufffd"}'])):
+            with Peer([packet(LOGIN, b"OK"), reply] if "watch" in words
+                      else packet(LOGIN, b"OK"), reply) as address:
+                done, _ = self.run_hyrpc(*words, address, *["add"][:"watch" not in words])
+            self.assertEqual(done.returncode, status, done)
+            self.assertRegex(done.stdout + done.stderr, r"\A[\n\t -~]+\Z")
+            for each in expected:
+                self.assertIn(each, done.stdout + done.stderr)
+
+
 class JsonOutput(HyrpcCase):
     def test_call(self):
         error = {"errorcode": -7, "message": "too hot"}

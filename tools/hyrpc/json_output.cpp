@@ -2,13 +2,15 @@
 
 #include <math.h>
 
+#include "printable.h"
+
 namespace hyrpc {
 
 std::string JsonLine(const cJSON* object) {
     char* text = cJSON_PrintUnformatted(object);
     std::string line = text != nullptr ? text : "{}";
     cJSON_free(text);
-    return line + "\n";
+    return Printable(line) + "\n";
 }
 
 std::string EndingLine(const Ending& ending, cJSON* details) {

@@ -12,6 +12,7 @@
 #include "json_output.h"
 #include "options.h"
 #include "output.h"
+#include "printable.h"
 #include "secrets.h"
 #include "words.h"
 
@@ -57,6 +58,7 @@ int main(int argc, char** argv) {
     }
     Json details = hyrpc::NewObject();
     if (parsed == hyrpc::ParseResult::kRun) ending = Start(options, output, details.get());
+    ending.error = hyrpc::Printable(ending.error);
     if (HasLastLine(options, ending)) output.Write(EndingLine(ending, details.get()));
     if (output.Error() != 0)
         ending =

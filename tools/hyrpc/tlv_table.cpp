@@ -3,6 +3,10 @@
 #include <hybase/hcutil/HCTLV.h>
 #include <stdio.h>
 
+#include <algorithm>
+
+#include "printable.h"
+
 namespace hyrpc {
 namespace {
 
@@ -158,12 +162,12 @@ bool ReadTlv(const std::string& message, TlvTable& table) {
 
 std::string TlvText(const TlvTable& table) {
     char line[64];
-    std::string text = table.head + ", " + std::to_string(table.bytes) + " bytes\n";
+    std::string text = Printable(table.head) + ", " + std::to_string(table.bytes) + " bytes\n";
     snprintf(line, sizeof line, "%6s  %-10s  ", "type", "kind");
     text.append(line).append("value\n");
     for (const TlvRow& row : table.rows) {
         snprintf(line, sizeof line, "%6d  %-10s  ", row.type, row.kind);
-        text.append(line).append(row.value).append("\n");
+        text.append(line).append(Printable(row.value)).append("\n");
     }
     return text;
 }

@@ -6,6 +6,7 @@
 #include "bench.h"
 #include "client.h"
 #include "files.h"
+#include "printable.h"
 #include "raw.h"
 #include "tlv_table.h"
 
@@ -50,7 +51,8 @@ Ending ShowTlv(const Options& options, const Response& response, Output& output,
 
 Ending Report(const Options& options, const Response& response, Output& output, cJSON* details) {
     if (options.json) AddResponse(options, response, details);
-    if (!options.json && options.mode == Mode::kCall) output.Write(response.text + "\n");
+    if (!options.json && options.mode == Mode::kCall)
+        output.Write(Printable(response.text, "\n\t") + "\n");
     Ending ending = StoreBinary(options, response, details);
     if (ending.status == kSucceeded) ending = ShowTlv(options, response, output, details);
     return ending.status == kSucceeded ? EndingOfAnswer(options, response) : ending;
