@@ -29,9 +29,9 @@ const char* Kind(const Packet& packet) {
 }
 
 std::string HexByte(char byte) {
-    char text[4];
-    snprintf(text, sizeof text, "%02x", static_cast<unsigned char>(byte));
-    return text;
+    constexpr char kDigits[] = "0123456789abcdef";
+    const auto number = static_cast<unsigned char>(byte);
+    return {kDigits[number >> 4], kDigits[number & 15]};
 }
 
 std::string Hex(const std::string& bytes, size_t hidden) {
