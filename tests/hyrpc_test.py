@@ -83,11 +83,13 @@ def dumped(text, mark):
 
 
 class HyrpcCase(unittest.TestCase):
-    def run_hyrpc(self, *words, stdin="", **environment):
+    def run_command(self, *words):
         began = time.monotonic()
-        done = subprocess.run(HYRPC + list(words), capture_output=True, text=True, timeout=60,
-                              input=stdin, env={**os.environ, **environment})
+        done = subprocess.run(words, capture_output=True, text=True, timeout=60, input="")
         return done, time.monotonic() - began
+
+    def run_hyrpc(self, *words):
+        return self.run_command(*HYRPC, *words)
 
     def objects(self, status, *words):
         """What --json prints; a failure must be told alike on both streams."""
@@ -124,7 +126,8 @@ class Failures(HyrpcCase):
             ("is no port", "127.0.0.1:0", "add"),
             ("is no port", "127.0.0.1:65536", "add"),
             ("1 to 105", "unix:" + "n" * 106, "add"),
-            ("not JSON", "127.0.0.1:80", "add", "{a}"),
+            ("not JSON near byte 3;", "127.0.0.1:80", "add", "{a}"),
+            ("not JSON near byte 9;", "127.0.0.1:80", "add", '{"a": 1}}'),
             ("too many words", "127.0.0.1:80", "add", "{}", "{}"),
             ("go together", "-u", "me", "127.0.0.1:80", "add"),
             ("at most 31", "-u", "u" * 32, "-p", "x", "127.0.0.1:80", "add"),
@@ -132,6 +135,7 @@ class Failures(HyrpcCase):
             ("bad option '--nonsense';", "--nonsense=secret", "127.0.0.1:80", "add"),
             ("bad option '-Z';", "-u", "me", "-p", "secret", "-Z", "127.0.0.1:80", "add"),
             ("needs a value", "127.0.0.1:80", "add", "-p"),
+            ("value is empty", "--bin-out=", "127.0.0.1:80", "add"),
             ("ADDRESS is missing", "raw"),
             ("goes with raw", "--show-password", "127.0.0.1:80", "add"),
             ("goes with call", "raw", "--tlv", "127.0.0.1:80", "add"),
@@ -152,6 +156,15 @@ class Failures(HyrpcCase):
             done, _ = self.run_hyrpc(option)
             self.assertEqual((done.returncode, done.stderr), (0, ""))
             self.assertTrue(done.stdout.startswith(text))
+
+    def test_closed_standard_streams_are_left_alone(self):
+        for closed, status, printed in (("0<&- 2>&-", 1, 1), ("1>&-", 3, 0)):
+            peer = Peer(packet(LOGIN, b"OK"), answer(error={"errorcode": 1}))
+            with peer as address:
+                done, _ = self.run_command("bash", "-c", f'exec "$@" {closed}', "bash", *HYRPC,
+                                           "--json", address, "add")
+            self.assertEqual((done.returncode, done.stdout.count("\n")), (status, printed), done)
+            self.assertNotIn(b"hyrpc", peer.received)
 
     def test_answer_that_cannot_be_written_is_an_error(self):
         answer = b'{"method":"get","sentcnt":1,"error":{"errorcode":0}}\0' + b"x" * 100000

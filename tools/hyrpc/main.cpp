@@ -46,7 +46,11 @@ int main(int argc, char** argv) {
     Options options;
     Ending ending;
     const hyrpc::ParseResult parsed = ParseOptions(argc, argv, options, ending.error);
-    if (parsed == hyrpc::ParseResult::kDone) return hyrpc::kSucceeded;
+    if (parsed == hyrpc::ParseResult::kDone) {
+        if (fflush(stdout) == 0) return hyrpc::kSucceeded;
+        perror("hyrpc: cannot write the result");
+        return hyrpc::kBadUsage;
+    }
     if (parsed == hyrpc::ParseResult::kBadUsage)
         ending = hyrpc::BadUsage(ending.error + "; see hyrpc --help");
 

@@ -74,6 +74,9 @@ std::string NameOption(const std::string& word) {
     return word.substr(0, word.find('='));
 }
 
+// The value of an unset variable, which would count as no option at all. A password may be empty.
+bool IsEmptyValue(int code) { return optarg != nullptr && *optarg == '\0' && code != 'p'; }
+
 // Applies one option that takes part in a run. False with `error` set when its value is none.
 bool TakeOption(int code, Options& options, std::string& error) {
     constexpr int kMaxSeconds = 24 * 3600;
@@ -149,10 +152,13 @@ std::string ParsePositional(int count, char** words, Options& options) {
     if (count < 3) return "";
 
     options.param = words[2];
-    cJSON* tree = cJSON_Parse(options.param.c_str());
-    if (tree == nullptr) return "the parameter is not JSON: " + options.param;
+    const char* text = options.param.c_str();
+    const char* end = text;
+    cJSON* tree = cJSON_ParseWithOpts(text, &end, true);
     cJSON_Delete(tree);
-    return "";
+    if (tree != nullptr) return "";
+    // Without the text: there may be a password in it.
+    return "the parameter is not JSON near byte " + std::to_string(end - text + 1);
 }
 
 // What does not go together; empty for nothing.
@@ -193,7 +199,9 @@ ParseResult ParseOptions(int argc, char** argv, Options& options, std::string& e
             puts("hyrpc " HYRPC_VERSION);
             return ParseResult::kDone;
         }
-        if (code == '?')
+        if (IsEmptyValue(code))
+            error = "an option's value is empty";
+        else if (code == '?')
             error = "bad option '" + NameOption(argv[optind - 1]) + "'";
         else if (code == ':')
             error = "option '" + NameOption(argv[optind - 1]) + "' needs a value";

@@ -1,6 +1,7 @@
 #include "output.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <hybase/hlog.h>
 #include <unistd.h>
 
@@ -12,11 +13,21 @@ void LogToStderr(const char* text, int32_t len) {
 }
 void DropLog(const char*, int32_t) {}
 
+// What is opened next takes the number of a standard stream that is closed: texts for that stream
+// would go there, even to the device.
+void FillStandardNumbers() {
+    int file = 0;
+    do file = open("/dev/null", O_RDWR);
+    while (file >= 0 && file <= STDERR_FILENO);
+    if (file >= 0) close(file);
+}
+
 }  // namespace
 
 bool Output::Open(bool verbose) {
-    m_file = fdopen(dup(STDOUT_FILENO), "w");
+    m_file = fdopen(fcntl(STDOUT_FILENO, F_DUPFD, STDERR_FILENO + 1), "w");
     if (m_file == nullptr) return false;
+    FillStandardNumbers();
     if (verbose) {
         dup2(STDERR_FILENO, STDOUT_FILENO);
         setvbuf(stdout, nullptr, _IOLBF, 0);
