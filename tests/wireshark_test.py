@@ -321,6 +321,8 @@ class HandMade(unittest.TestCase):
             ("no JSON", packet(DATA, b'{"method":"add","param":{]}'), ["not_json"], ["no JSON"]),
             ("no text", packet(DATA, b"\0"), ["not_json"], ["no JSON"]),
             ("long", packet(DATA, b'{"method":"m","sentcnt":4,"param":"' + b"x" * 4200000), ["long"], ["request"]),
+            ("many digits", packet(DATA, b'{"method":"m","sentcnt":5,"param":' + b"1" * 1000000 + b"}"), ["long"],
+             ["request"]),
             ("never closed", packet(DATA, b"[" * 200000), ["not_json"], ["no JSON"]),
             ("deep", packet(DATA, deep), ["long"], ["request"]),
             ("too deep", packet(DATA, too_deep), ["not_json"], ["no JSON"]),

@@ -175,10 +175,19 @@ local function ReadString(text, at)
     end
 end
 
+-- The place behind the number at `at`; nil if there is none. Part by part: one pattern for all of it
+-- would try every way to share out the digits, which takes minutes where there are a million.
+local function NumberEnd(text, at)
+    local behind = text:match("^-?%d+()", at)
+    if not behind then return nil end
+    behind = text:match("^%.%d*()", behind) or behind
+    return text:match("^[eE][-+]?%d+()", behind) or behind
+end
+
 local function ReadScalar(text, at)
     if text:byte(at) == 34 then return ReadString(text, at) end
-    local number = text:match("^-?%d+%.?%d*[eE][-+]?%d+", at) or text:match("^-?%d+%.?%d*", at)
-    if number then return tonumber(number), at + #number end
+    local behind = NumberEnd(text, at)
+    if behind then return tonumber(text:sub(at, behind - 1)), behind end
     local word = text:match("^%l+", at) or ""
     for _, known in ipairs(WORDS) do
         if word:sub(1, #known) == known then return known == "true", at + #known end
@@ -623,15 +632,15 @@ end
 -- Where behind `offset` the next packet may begin; the end of the bytes if nowhere.
 local function NextPacket(tvb, offset)
     local bytes = tvb:raw(offset)
-    local at = 2
-    while true do
-        at = bytes:find("\165", at, true)
-        if not at then return tvb:len() end
-        local place = offset + at - 1
-        local is_short = tvb:len() - place < HEADER_BYTES
-        if IsHeader(tvb, place) or (is_short and MayBeginFlag(tvb, place)) then return place end
-        at = at + 1
+    local at = bytes:find(FLAG_PATTERN, 2)
+    while at do
+        if #bytes - at + 1 < HEADER_BYTES or IsHeader(tvb, offset + at - 1) then return offset + at - 1 end
+        at = bytes:find(FLAG_PATTERN, at + 1)
     end
+    for begun = math.min(3, #bytes - 1), 1, -1 do
+        if bytes:find(FLAG_STARTS[begun] .. "$", -begun) then return tvb:len() - begun end
+    end
+    return tvb:len()
 end
 
 -- ---- Bytes in which no packet begins ----
