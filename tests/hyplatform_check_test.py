@@ -59,6 +59,12 @@ class Check(unittest.TestCase):
                          {"function": "arch_rand_bytes", "passed": False, "reason": "not exported"})
         self.assertEqual((results["library"], results["failed"]), (library, 2))
 
+    def test_results_that_cannot_be_written_are_no_pass(self):
+        with open("/dev/full", "w") as full:
+            done = subprocess.run([*EMULATOR, TOOL, "-o", "arch_time", SOUND[0]], stdout=full,
+                                  stderr=subprocess.PIPE, text=True, timeout=300)
+        self.assertEqual((done.returncode, done.stderr.count("\n")), (3, 1))
+
     def test_exit_status_tells_what_went_wrong(self):
         for words, status in [(["/nowhere.so"], 2), (["--only", "arch_nothing"], 3),
                               (["--seconds", "x"], 3), (["a", "b"], 3), (["--help"], 0)]:

@@ -56,6 +56,10 @@ class Results {
             printf("\n], \"passed\": %d, \"failed\": %d}\n", m_passed, m_failed);
         else
             printf("%d passed, %d failed\n", m_passed, m_failed);
+        if (fflush(stdout) != 0 || ferror(stdout) != 0) {
+            fprintf(stderr, "hyplatform-check: cannot write the results\n");
+            return kBadUsage;
+        }
         return m_failed == 0 ? kAllPassed : kSomeFailed;
     }
 

@@ -26,7 +26,8 @@ constexpr char kUsage[] =
     "  -h, --help         this page\n"
     "  -V, --version      the version\n"
     "\n"
-    "Exit status: 0 all passed, 1 some failed, 2 the library cannot be loaded, 3 bad usage.\n";
+    "Exit status: 0 all passed, 1 some failed, 2 the library cannot be loaded, 3 bad usage\n"
+    "or results that cannot be written.\n";
 
 constexpr double kBeyondStressSeconds = 4, kSlowSeconds = 120;
 
