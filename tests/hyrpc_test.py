@@ -29,6 +29,18 @@ def packet(flag, payload, length=None, kind=0):
     return struct.pack(">III", flag, kind, len(payload) if length is None else length) + payload
 
 
+def read_to_end(terminal):
+    """All that was written to the other end of a terminal, which is closed; then closes this end."""
+    shown = b""
+    try:
+        while piece := os.read(terminal, 65536):
+            shown += piece
+    except OSError:  # EIO: the end
+        pass
+    os.close(terminal)
+    return shown
+
+
 class Peer:
     """A listener that reads one login request and then does what a script of replies says.
 
@@ -457,8 +469,7 @@ class Interfaces(HyrpcCase):
             done = subprocess.run(HYRPC + ["bench", "-n", "3", address, "add"], stderr=terminal,
                                   stdout=subprocess.PIPE, text=True, timeout=60)
         os.close(terminal)
-        shown = os.read(master, 65536).decode()
-        os.close(master)
+        shown = read_to_end(master).decode()
         self.assertEqual(done.returncode, 0)
         self.assertIn("\nunanswered      0\n", done.stdout)
         # Calls that take longer than the period of the line do not end it.
