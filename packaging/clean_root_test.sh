@@ -31,14 +31,14 @@ native() {
     unshare --mount debootstrap --variant=minbase "$suite" "$root" "$base" >"$debs/native.log" 2>&1 || show_log
     sources >"$root/etc/apt/sources.list"
     echo 'APT::Install-Recommends "false";' >"$root/etc/apt/apt.conf.d/99small"
-    walk=$root/root/walk
+    walk=$root/srv/walk
     mkdir "$walk"
     cp "$debs"/*_"$arch".deb "$walk"
     python3 "$here/page_to_script.py" "$here/../docs/getting-started.md" "$walk"
     in_root apt-get update >>"$debs/native.log" 2>&1 || true
-    in_root bash -c 'cd /root/walk && bash install.sh' >>"$debs/native.log" 2>&1 || show_log
+    in_root bash -c 'cd /srv/walk && bash install.sh' >>"$debs/native.log" 2>&1 || show_log
     # A network of its own: the page's port is free there.
-    unshare --net bash -c 'ip link set lo up && exec chroot "$0" bash -c "cd /root/walk && bash walk.sh"' \
+    unshare --net bash -c 'ip link set lo up && exec chroot "$0" bash -c "cd /srv/walk && bash walk.sh"' \
         "$root" >>"$debs/native.log" 2>&1 || show_log
     grep -qF '40 + 2 = 42' "$debs/native.log" || show_log
     grep -qF '"sum":	42' "$debs/native.log" || show_log
