@@ -32,7 +32,7 @@ bool HasLastLine(const Options& options, const Ending& ending) {
 }
 
 Ending Start(Options& options, Output& output, cJSON* details) {
-    const Ending ending = ResolveSecrets(options);
+    Ending ending = ResolveSecrets(options);
     if (ending.status != hyrpc::kSucceeded) return ending;
     if (!LookUp(options.address))
         return {hyrpc::kNoAnswer, "connect_failed",
