@@ -65,7 +65,7 @@ armhf() {
     apt-get "${options[@]}" install -y --no-install-recommends --download-only \
         "$debs"/*_armhf.deb >>"$debs/armhf.log" 2>&1 || show_log
     local deb
-    # Parts of the system that no program runs with, gcc's among them, are left out.
+    # Unpacked only: their scripts cannot run here, and no program needs them to have run.
     for deb in "$apt"/archives/*.deb "$debs"/*_armhf.deb; do dpkg -x "$deb" "$root"; done
     local run=(qemu-arm -L "$root" -E "LD_LIBRARY_PATH=$root/usr/lib/arm-linux-gnueabihf:$root/lib/arm-linux-gnueabihf")
     "${run[@]}" "$root/usr/bin/hyrpc" --version
