@@ -1,16 +1,51 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <hybase/cjson_value.h>
 #include <hybase/grpc.h>
+#include <hyplatform/utl_md5.h>
 #include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <climits>
 #include <deque>
+#include <functional>
 #include <thread>
 
 static std::atomic<int64_t> clock_us{0};
 int64_t arch_gettimeofday(void) { return clock_us; }
+
+// What happens around the mutex `watched`, one word each; null: nothing is noted.
+static std::string trace;
+static arch_mutex_t watched;
+static std::function<void()> meanwhile;  // happens with every digest
+static void Trace(const char* word) { trace += watched != nullptr ? word : ""; }
+
+template <class Function>
+static Function* Original(Function*, const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+int arch_mutex_lock(arch_mutex_t mutex) {
+    static auto* original = Original(arch_mutex_lock, "arch_mutex_lock");
+    if (mutex == watched) Trace("(");
+    return original(mutex);
+}
+int arch_mutex_unlock(arch_mutex_t mutex) {
+    static auto* original = Original(arch_mutex_unlock, "arch_mutex_unlock");
+    if (mutex == watched) Trace(")");
+    return original(mutex);
+}
+void utl_md5_init(utl_md5_ctx_t* md5) {
+    static auto* original = Original(utl_md5_init, "utl_md5_init");
+    Trace("digest ");
+    if (watched != nullptr) meanwhile();
+    original(md5);
+}
+// Memory that the engine takes while it holds the mutex is work that others wait for.
+static void* TracedMalloc(size_t size) {
+    if (!trace.empty() && trace.back() == '(') Trace("malloc ");
+    return malloc(size);
+}
 
 using namespace std::string_literals;
 
@@ -166,6 +201,53 @@ TEST(GrpcServer, ChecksDigestsAndLevelsOfThirtyTwoAccounts) {
     EXPECT_EQ(server.Serve(R"({"method":"add","user":{"name":"bob"}})").substr(0, 6), "-32605");
     grpc_s_account_clear(server.ctx);
     EXPECT_EQ(server.Serve(R"({"method":"add"})").substr(0, 2), "0 ");
+}
+
+TEST(GrpcServer, HoldsTheSharedMutexForTheAccountsAndTheHandlerOnly) {
+    // The method, the caller, his digest; what happens, and the code of the response.
+    const char* cases[][5] = {
+        {"account_login", "carl", "-", "(handler )send ", "0"},
+        {"odd", "carl", "-", "()send ", "-32601"},
+        {"add", "carl", "-", "()digest send ", "-32605"},
+        {"add", "carl", "20cbdb4fc0cddb55502d7519826fb298", "()digest (handler )send ", "0"},
+        {"top", "carl", "e18dac70a5ea945465d88bf2cfe20e31", "()digest send ", "-32604"},
+        {"add", "dora", "-", "(passwd )digest send ", "-32605"},
+        // Unbound while the digest is computed; then another row of the name may take its place.
+        {"gone", "carl", "41279e0ebc0b9eb5c416d162c5853ce0", "()digest ()send ", "-32601"},
+        {"moved", "carl", "7e8401186c12c06aab4556a946d522d4", "()digest ()send ", "-32604"}};
+    auto handler = [](_grpc_t*) { return Trace("handler "), 0; };
+    grpcMethod_t table[] = {{"account_login", handler, 0}, {"add", handler, 1},
+                            {"top", handler, 0},           {"gone", handler, 1},
+                            {"moved", handler, 1},         {"moved", handler, 0},
+                            {nullptr, nullptr, 0}};
+    cJSON_Hooks traced{TracedMalloc, free};
+    cJSON_InitHooks(&traced);
+    Peer server;
+    server.ctx->s_methods = table;
+    server.ctx->get_passwd = [](const char*, char*) { return Trace("passwd "), -1; };
+    server.ctx->send = [](_grpc_t* ctx, const char* data, int32_t len) {
+        return Trace("send "), Peer::Send(ctx, data, len);
+    };
+    grpcAccount_t carl{"carl", "pw", 1};
+    grpc_s_account_add(server.ctx, &carl);
+    arch_mutex_t mutex = arch_mutex_create();
+    auto bind = [&](grpcMethodFunc func) {
+        for (const char* name : {"gone", "moved"}) grpc_set_method(table, name, func);
+    };
+    meanwhile = [&] { bind(nullptr); };
+    for (const auto& c : cases) {
+        std::string call = R"({"method":")"s + c[0] + R"(","user":{"name":")" + c[1] +
+                           R"(","digest":")" + c[2] + "\"}}";
+        trace.clear();
+        bind(handler);
+        watched = mutex;
+        Printed([&] { grpc_s_serve_locked(server.ctx, call.c_str(), 0, mutex); });
+        watched = nullptr;
+        EXPECT_EQ(trace, c[3]) << call;
+        EXPECT_NE(server.sent.find(R"("errorcode":)"s + c[4]), std::string::npos) << server.sent;
+    }
+    cJSON_InitHooks(nullptr);
+    arch_mutex_delete(mutex);
 }
 
 TEST(GrpcServer, BinaryTailsTravelBehindOneZeroByte) {

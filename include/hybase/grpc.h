@@ -325,6 +325,17 @@ HYBASE_API int32_t grpc_s_serve_without_send(_grpc_t* ctx, const char* text, int
 HYBASE_API int32_t grpc_s_serve_direct(_grpc_t* ctx, const char* text, int32_t len);
 
 /**
+ * As grpc_s_serve_direct(), for a server that shares one mutex among its contexts: holds `mutex`
+ * while it looks up the method and the account (`get_passwd` included) and while the handler runs,
+ * and only then. Parsing, the digest, printing and sending do without, so that a long message or a
+ * slow reader holds up no other context. The method is looked up again before it is called: an
+ * owner that unbinds a handler under `mutex` knows that it does not run any more. A null `mutex` is
+ * no lock.
+ */
+HYBASE_API int32_t grpc_s_serve_locked(_grpc_t* ctx, const char* text, int32_t len,
+                                       arch_mutex_t mutex);
+
+/**
  * Receives one message and serves it as grpc_s_serve_direct() does. A receive result below 1 is
  * returned as it is; -1 without a receive hook or a buffer.
  */
