@@ -60,9 +60,16 @@ void PushBlock(_grpc_t* ctx, grpcMem_t* block) {
     }
 }
 
+bool HoldsTail(const grpcMem_t* block, const _grpc_t* ctx) {
+    return reinterpret_cast<uintptr_t>(ctx->send_bin) - reinterpret_cast<uintptr_t>(block) <
+           static_cast<uintptr_t>(block->size);
+}
+
+// A tail that was not sent is forgotten with its block; one that lies elsewhere waits on.
 void FreeBlocks(_grpc_t* ctx) {
     grpcMem_t* block = __atomic_exchange_n(&ctx->mem_list, nullptr, __ATOMIC_ACQUIRE);
     while (block != nullptr) {
+        if (HoldsTail(block, ctx)) grpc_set_send_bindata(ctx, nullptr, 0);
         grpcMem_t* next = block->next;
         free(block);
         block = next;
@@ -129,7 +136,8 @@ int32_t SendWithTail(_grpc_t* ctx, const char* text, size_t text_length, const v
 
 namespace grpc_engine {
 
-grpcMethod_t FindMethod(const grpcMethod_t* table, const char* name) {
+grpcMethod_t FindMethod(grpcMethod_t* const* field, const char* name) {
+    const grpcMethod_t* table = __atomic_load_n(field, __ATOMIC_ACQUIRE);
     if (table == nullptr || name == nullptr) return {};
     for (const grpcMethod_t* row = table; row->name != nullptr; row++) {
         if (strcmp(row->name, name) != 0) continue;
@@ -180,14 +188,13 @@ int32_t Receive(_grpc_t* ctx, void* opaque) {
 }
 
 int32_t Send(_grpc_t* ctx) {
-    if (ctx->json == nullptr) return -1;
-    // The tail belongs to this message even if it cannot be sent: its bytes may be gone by the
-    // next.
+    // The tail belongs to this message even if there is none or it cannot be sent: its bytes may be
+    // gone by the next.
     const void* tail = ctx->send_bin;
     int32_t tail_length = ctx->send_bin_len;
     if (tail_length > 0) grpc_set_send_bindata(ctx, nullptr, 0);
 
-    if (!AddCount(ctx) || !AddUser(ctx)) return -1;
+    if (ctx->json == nullptr || !AddCount(ctx) || !AddUser(ctx)) return -1;
     std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_PrintUnformatted(ctx->json),
                                                       cJSON_free);
     if (text == nullptr) return -1;
@@ -212,9 +219,9 @@ int32_t grpc_init(_grpc_t* ctx, const grpcParam_t* param) {
     ctx->userparam = param->userparam;
     ctx->send = param->send;
     ctx->recv = param->recv;
-    ctx->s_methods = param->s_methods;
-    ctx->c_methods = param->c_methods;
-    ctx->conn = {};
+    __atomic_store_n(&ctx->s_methods, param->s_methods, __ATOMIC_RELEASE);
+    __atomic_store_n(&ctx->c_methods, param->c_methods, __ATOMIC_RELEASE);
+    grpc_set_connection_info(ctx, {});
     if (ctx->timeout_enable) StartTimeouts(ctx);
     AllocateBuffer(ctx, kReceiveBufferBytes);
     if (ctx->buf == nullptr) return -1;
@@ -279,12 +286,15 @@ void grpc_unlock(_grpc_t* ctx) {
 
 int32_t grpc_set_connection_info(_grpc_t* ctx, grpcConnInfo_t info) {
     if (ctx == nullptr) return -1;
+    std::lock_guard<std::mutex> lock(Private(ctx)->conn_mutex);
     ctx->conn = info;
     return 0;
 }
 
 grpcConnInfo_t grpc_get_connection_info(_grpc_t* ctx) {
-    return ctx != nullptr ? ctx->conn : grpcConnInfo_t{};
+    if (ctx == nullptr) return {};
+    std::lock_guard<std::mutex> lock(Private(ctx)->conn_mutex);
+    return ctx->conn;
 }
 
 void grpc_set_send_bindata(_grpc_t* ctx, const void* data, int32_t len) {

@@ -26,7 +26,7 @@ void TakeError(_grpc_t* ctx) {
 }
 
 void CallResponseHandler(_grpc_t* ctx, const char* method_name) {
-    grpcMethod_t method = FindMethod(ctx->c_methods, method_name);
+    grpcMethod_t method = FindMethod(&ctx->c_methods, method_name);
     if (method.func == nullptr) {
         printf("ERROR: grpc_c_resp_direct Failed find method: %s\n",
                method_name != nullptr ? method_name : "(null)");

@@ -123,7 +123,7 @@ Outcome Dispatch(_grpc_t* ctx, OptionalLock& lock) {
     if (name == nullptr) return {-1, GRPC_ERR_REQUEST, "unknown method"};
 
     lock.Lock();
-    grpcMethod_t method = FindMethod(ctx->s_methods, name);
+    grpcMethod_t method = FindMethod(&ctx->s_methods, name);
     if (method.func == nullptr) return kNoMethod;
     if (strcmp(method.name, kLoginMethod) == 0 || ctx->s_account_cnt <= 0)
         return CallHandler(ctx, method);
@@ -141,7 +141,7 @@ Outcome Dispatch(_grpc_t* ctx, OptionalLock& lock) {
     lock.Lock();
     // Again: a handler that another one unbound meanwhile must not run any more, and the row that
     // takes its place may ask for more.
-    method = FindMethod(ctx->s_methods, name);
+    method = FindMethod(&ctx->s_methods, name);
     if (method.func == nullptr) return kNoMethod;
     if (account.level > method.level) return kNoPower;
     CopyText(ctx->s_user, caller.name);
@@ -162,6 +162,7 @@ Outcome DispatchLocked(_grpc_t* ctx, arch_mutex_t mutex) {
 
 // Leaves the response in `json`. The handler's result.
 int32_t Serve(_grpc_t* ctx, const char* text, int32_t length, arch_mutex_t mutex) {
+    DeliveryLock no_timeout = LockDelivery(ctx);
     if (!TakeMessage(ctx, text, length)) {
         printf("ERROR: Failed Parse Message:\n%s\n\n", text != nullptr ? text : "(null)");
         return -1;

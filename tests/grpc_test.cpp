@@ -264,6 +264,26 @@ TEST(GrpcServer, BinaryTailsTravelBehindOneZeroByte) {
     EXPECT_EQ(grpc_s_serve_direct(server.ctx, "[]", 2), 51);  // nothing behind this one
 }
 
+TEST(GrpcServer, TailsDieWithTheirMessage) {
+    Peer server;
+    // A handler that takes the tree and leaves a tail: no response, and no tail for the next one.
+    server.ctx->s_methods[0].func = [](_grpc_t* ctx) {
+        cJSON_Delete(std::exchange(ctx->json, nullptr));
+        return grpc_set_send_bindata(ctx, grpc_strdup(ctx, "tail"), 4), 0;
+    };
+    EXPECT_EQ(grpc_s_serve_direct(server.ctx, kAdd, 0), -1);
+    EXPECT_EQ(grpc_s_serve_direct(server.ctx, "[]", 2), 51);
+    // Freed with its block where the owner sends no response; what he set elsewhere waits on.
+    grpc_s_serve_without_send(server.ctx, kAdd, 0);
+    grpc_end(server.ctx);
+    EXPECT_EQ(grpc_s_serve_direct(server.ctx, "[]", 2), 51);
+    grpc_malloc(server.ctx, 9);
+    grpc_set_send_bindata(server.ctx, "tail", 4);
+    grpc_end(server.ctx);
+    EXPECT_EQ(grpc_s_serve_direct(server.ctx, "[]", 2), 56);
+    rows[0].func = nullptr;
+}
+
 TEST(GrpcServer, DeepTextsFitTheStackOfAThreadAndDeeperOnesAreRefused) {
     auto serve = [](void*) -> void* {
         Peer server;
@@ -315,6 +335,22 @@ TEST(GrpcContext, KeepsWhatItIsGivenForItsLifeOrForTheCycle) {
     EXPECT_EQ(peer.ctx->mem_list->size, sizeof(void*) == 4 ? 17 : 21);
     grpc_end(peer.ctx);
     EXPECT_EQ(peer.ctx->mem_list, nullptr);
+}
+
+TEST(GrpcContext, AnyThreadMayReadAndWriteThePeer) {
+    Peer peer;
+    auto use = [&](char letter) {
+        grpcConnInfo_t info{};
+        memset(info.addr, letter, sizeof info.addr);
+        for (int i = 0; i < 20000; i++) {
+            grpc_set_connection_info(peer.ctx, info);
+            grpcConnInfo_t other = grpc_get_connection_info(peer.ctx);
+            ASSERT_EQ(other.addr[0], other.addr[sizeof other.addr - 1]);
+        }
+    };
+    std::thread other(use, 'b');
+    use('a');
+    other.join();
 }
 
 TEST(GrpcContext, TwoThreadsMayComeFirstToTheLock) {
@@ -402,8 +438,10 @@ TEST(GrpcTimeout, OverdueRequestsFailInOrderWithNothingElseGoingOn) {
     clock_us = 100;
     Peer client(1);
     for (const char* text : {R"({"method":"nobody handles this"})", kAdd}) client.Request(text);
-    clock_us = 101;
-    client.Request(kAdd);
+    for (int64_t sent : {101, 102}) {
+        clock_us = sent;
+        client.Request(kAdd);
+    }
     nap_us = 50000;
     clock_us = 5000100;
     while (calls < 1) usleep(10000);
@@ -414,8 +452,15 @@ TEST(GrpcTimeout, OverdueRequestsFailInOrderWithNothingElseGoingOn) {
     EXPECT_EQ(client.ctx->errcode, -5);
     EXPECT_EQ(seen, "grpcTimeout -32010 Timeout;grpcTimeout -32010 Timeout;");
     EXPECT_EQ(client.ctx->pending->sentcnt, 3);
+    seen.clear();
     clock_us = 5000101;
-    while (calls < 2) usleep(10000);  // and into the destructor, while the handler sleeps
+    while (calls < 2) usleep(10000);
+    // So does a request that this end serves itself.
+    EXPECT_EQ(client.Serve(R"({"method":"fail"})"),
+              R"(3 {"error":{"errorcode":-5,"message":"bad"}})");
+    EXPECT_EQ(seen, "grpcTimeout -32010 Timeout;grpcTimeout -32010 Timeout;");
+    clock_us = 5000102;
+    while (calls < 3) usleep(10000);  // and into the destructor, while the handler sleeps
 }
 
 }  // namespace
