@@ -17,6 +17,7 @@
 #include <mutex>
 
 #include "hyplatform/arch.h"
+#include "record_quota.h"
 
 // Applications hand the record over as a block of bytes: its layout is the same on every machine.
 static_assert(sizeof(hlogParam_t) == 276 && offsetof(hlogParam_t, file_level) == 0 &&
@@ -441,7 +442,7 @@ Logger g_logger;
 
 int32_t hlog_printf_ex(int32_t level, const char* file, const char* func, int32_t line,
                        const char* fmt, ...) {
-    if (!g_logger.Takes(level) || fmt == nullptr) return 0;
+    if (!g_logger.Takes(level) || fmt == nullptr || !QuotaScope::LetsThrough()) return 0;
     const Origin origin(level, file, func, line);
     va_list args;
     va_start(args, fmt);

@@ -58,7 +58,8 @@ int HCUnixSocket::Connect(const char* name, unsigned short /*port*/, int timeout
                  m_nPort);
         return -1;
     }
-    const int found = WaitTime::Seconds(timeout).For(fd, POLLIN | POLLOUT);
+    const int found = WaitTime::Seconds(timeout).ForUnlessCut(fd, POLLIN | POLLOUT, CutFlag());
+    if (CutFlag()) return -1;
     if (found < 0) {
         HLOG_ERR("client : network error in connect\n");
     } else if (found == 0) {
