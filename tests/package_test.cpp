@@ -244,9 +244,9 @@ TEST_F(Package, SeveralThreadsSendWhileTheClientReconnects) {
             while (sending) client.SendPkg(0, pieces, lengths, 3, 0);
         });
     }
-    for (int round = 0; round < 20; round++) {
+    for (int round = 0; round < 5; round++) {
         Peer peer = LogIn();
-        for (int i = 0; i < 40; i++) {
+        for (int i = 0; i < 160; i++) {
             const string packet = peer.Receive(1513);
             ASSERT_FALSE(packet.empty());
             ASSERT_EQ(packet, Data(string(1501, packet.back())));
