@@ -85,6 +85,7 @@ int32_t grpc_c_recv(_grpc_t* ctx) {
 
 int32_t grpc_c_resp_direct(_grpc_t* ctx, const char* text, int32_t len) {
     if (ctx == nullptr) return -1;
+    const HeapTrim after_all(text);
     DeliveryLock no_timeout = LockDelivery(ctx);
     if (!TakeMessage(ctx, text, len)) {
         printf("ERROR: Failed Parse Message:\n%s\n\n", text != nullptr ? text : "(null)");

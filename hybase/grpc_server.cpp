@@ -206,6 +206,7 @@ int32_t grpc_s_serve_direct(_grpc_t* ctx, const char* text, int32_t len) {
 
 int32_t grpc_s_serve_locked(_grpc_t* ctx, const char* text, int32_t len, arch_mutex_t mutex) {
     if (ctx == nullptr) return -1;
+    const HeapTrim after_all(text);
     Serve(ctx, text, len, mutex);
     int32_t result = Send(ctx);
     grpc_end(ctx);
