@@ -1,11 +1,10 @@
 // The serving side: accounts, and the way of a request through look-up, check and handler to its
 // response.
 
-#include <stdio.h>
-
 #include "grpc_private.h"
 #include "hybase/cjson_value.h"
 #include "hybase/grpc.h"
+#include "hybase/print.h"
 
 using namespace grpc_engine;
 
@@ -135,7 +134,7 @@ Outcome Dispatch(_grpc_t* ctx, OptionalLock& lock) {
     lock.Unlock();
 
     if (!ProvesItself(caller, method.name, account.passwd)) return kNoUser;
-    printf("leve;%d, %d\n", account.level, method.level);
+    Print("leve;%d, %d\n", account.level, method.level);
     if (account.level > method.level) return kNoPower;
 
     lock.Lock();
@@ -164,7 +163,7 @@ Outcome DispatchLocked(_grpc_t* ctx, arch_mutex_t mutex) {
 int32_t Serve(_grpc_t* ctx, const char* text, int32_t length, arch_mutex_t mutex) {
     DeliveryLock no_timeout = LockDelivery(ctx);
     if (!TakeMessage(ctx, text, length)) {
-        printf("ERROR: Failed Parse Message:\n%s\n\n", text != nullptr ? text : "(null)");
+        Print("ERROR: Failed Parse Message:\n%s\n\n", text != nullptr ? text : "(null)");
         return -1;
     }
     Outcome outcome = DispatchLocked(ctx, mutex);
@@ -183,7 +182,7 @@ int32_t Serve(_grpc_t* ctx, const char* text, int32_t length, arch_mutex_t mutex
 int32_t grpc_s_account_add(_grpc_t* ctx, const grpcAccount_t* acc) {
     if (ctx == nullptr || acc == nullptr) return -1;
     if (ctx->s_account_cnt < 0 || ctx->s_account_cnt >= GRPC_ACCOUNT_MAX) {
-        printf("error: too many user setted: %d\n", ctx->s_account_cnt);
+        Print("error: too many user setted: %d\n", ctx->s_account_cnt);
         return -1;
     }
     CopyAccount(&ctx->s_accounts[ctx->s_account_cnt++], *acc);
@@ -206,6 +205,7 @@ int32_t grpc_s_serve_direct(_grpc_t* ctx, const char* text, int32_t len) {
 
 int32_t grpc_s_serve_locked(_grpc_t* ctx, const char* text, int32_t len, arch_mutex_t mutex) {
     if (ctx == nullptr) return -1;
+    const HeapTrim after_all(text);
     Serve(ctx, text, len, mutex);
     int32_t result = Send(ctx);
     grpc_end(ctx);

@@ -34,7 +34,7 @@ int32_t Count(_grpc_t*) {
 grpcMethod_t g_methods[] = {{"count", Count, 2}, {nullptr, nullptr, 0}};
 grpcMethod_t g_handlers[] = {{"count", Count, 2}, {nullptr, nullptr, 0}};
 
-const string kBob = R"("user":{"name":"bob","digest":"a6cbae8d9e6d6ccc3a0dc0b0cb9a8a51"})";
+const string kBob = R"("user":{"name":"bob","digest":"7526fe64f255f80ba09c2ef32bac2079"})";
 const string kRequest = R"({"method":"count","sentcnt":7,)" + kBob + "}";
 const string kResponse =
     R"({"method":"count","sentcnt":7,)" + kBob + R"(,"error":{"errorcode":0}})";

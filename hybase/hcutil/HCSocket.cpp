@@ -15,6 +15,7 @@
 #include "hybase/hcutil/socket_inside.h"
 #include "hybase/hcutil/socket_wait.h"
 #include "hybase/hlog.h"
+#include "hybase/print.h"
 #include "hyplatform/arch.h"
 
 static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_in6) == 28, "lengths given to connect");
@@ -199,7 +200,7 @@ HCSocket* HCSocket::Accept(int timeout) {
             time.PauseIfShort(errno);
             return nullptr;
         }
-        printf("Socket accept .... %d \n", --attempts_left);
+        Print("Socket accept .... %d \n", --attempts_left);
         interrupts_left = kInterruptRetries;
     }
 

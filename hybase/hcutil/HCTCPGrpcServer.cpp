@@ -12,6 +12,7 @@
 #include <new>
 
 #include "hybase/hcutil/packet_broadcast.h"
+#include "hybase/print.h"
 
 static_assert(sizeof(grpcUser_t) == sizeof(grpcAccount_t) &&
                   offsetof(grpcUser_t, passwd) == offsetof(grpcAccount_t, passwd) &&
@@ -148,11 +149,11 @@ HCNetPackage* HCTCPGrpcServer::CreateServer() {
 }
 
 void HCTCPGrpcServer::PrintMsg_Resp(const char* text) {
-    if (m_bPrintResp) printf("grpc resp: [%s]\n", text);
+    if (m_bPrintResp) Print("grpc resp: [%s]\n", text);
 }
 
 void HCTCPGrpcServer::PrintMsg_Recv(const char* text) {
-    if (m_bPrintRecv) printf("grpc recv: [%s]\n", text);
+    if (m_bPrintRecv) Print("grpc recv: [%s]\n", text);
 }
 
 int HCTCPGrpcServer::Send2Client(HCNetPackage* target, const char* method, cJSON* json, void* bin,

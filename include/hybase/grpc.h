@@ -30,7 +30,8 @@
  *
  * @par Results
  * 0 (or a count) for success, negative for failure; -1 for a missing context, table or resource; a
- * null context is refused everywhere. Diagnostics go to standard output.
+ * null context is refused everywhere. Diagnostics go to standard output, or where hlog_set_print()
+ * leads them.
  *
  * @par Ownership
  * The context owns `json`, `buf` and what grpc_malloc() gave; tables, `userparam` and the bytes to
