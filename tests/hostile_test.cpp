@@ -32,7 +32,6 @@ int32_t Count(_grpc_t*) {
 }
 
 grpcMethod_t g_methods[] = {{"count", Count, 2}, {nullptr, nullptr, 0}};
-grpcMethod_t g_handlers[] = {{"count", Count, 2}, {nullptr, nullptr, 0}};
 
 const string kBob = R"("user":{"name":"bob","digest":"7526fe64f255f80ba09c2ef32bac2079"})";
 const string kRequest = R"({"method":"count","sentcnt":7,)" + kBob + "}";

@@ -285,6 +285,7 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     int RecvPayload(int len, int usec, TransferWatch* watch);
     bool AllocRecvBuf(int size);
     bool GrowRecvBuf(int kept, int most);
+    bool ResizeRecvBuf(int size, int kept);
     void ShrinkRecvBuf();
     void LogNoMemory(int bytes) const;
     bool HoldSocket();
