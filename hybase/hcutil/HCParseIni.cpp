@@ -215,7 +215,7 @@ HCParseIni::~HCParseIni() = default;
 int HCParseIni::LoadFile(const std::string& path) {
     try {
         const auto text = std::make_shared<std::string>();
-        const WholeFile file(path.c_str());
+        const WholeFile file(path.c_str(), WholeFile::kReadable);
         if (file.IsOpen() && ReadAll(file, text.get())) {
             Load(text);
             return 0;
