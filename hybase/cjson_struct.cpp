@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "hybase/cjson_add.h"
 #include "hybase/print.h"
 
 namespace {
@@ -243,11 +244,11 @@ void* FillArray(const char* call, const kinfo_t* table, const cJSON* items, void
 // How keys and strings come into a tree: as copies, or borrowed from table and structure for a tree
 // that is deleted before the call returns.
 struct Maker {
-    cJSON_bool (*add)(cJSON* object, const char* key, cJSON* item);
+    bool (*add)(cJSON* object, const char* key, cJSON* item);
     cJSON* (*string)(const char* text);
 };
-constexpr Maker kCopying{cJSON_AddItemToObject, cJSON_CreateString};
-constexpr Maker kBorrowing{cJSON_AddItemToObjectCS, cJSON_CreateStringReference};
+constexpr Maker kCopying{AddItem, cJSON_CreateString};
+constexpr Maker kBorrowing{AddItemWithConstantKey, cJSON_CreateStringReference};
 
 cJSON* ObjectOf(const Maker& maker, const kinfo_t* table, const char* base);
 
