@@ -403,15 +403,21 @@ TEST_F(Limits, RecordsAboutStrangersAreHeldDown) {
 
 // ---- Races: for the ThreadSanitizer ----
 
+std::atomic<bool> g_spare_gone{false};
+
+struct SpareSocket : HCSocket {
+    ~SpareSocket() override { g_spare_gone = true; }
+};
+
 TEST_F(Hostile, ClientsMayStartAgainWhileOthersCall) {
     Serve();
-    HCTCPGrpcClient client;
+    std::unique_ptr<HCTCPGrpcClient> owned(new HCTCPGrpcClient);
+    HCTCPGrpcClient& client = *owned;
     grpcAccount_t bob = {"bob", "pw", 0};
     grpc_c_account_set(client.m_pGrpc, &bob);
     client.Start(g_methods, 64, "127.0.0.1", port, false);
-    client.SetSocket(nullptr);
-    auto* spare = new HCSocket;
-    client.SetSocket(spare);
+    auto* spare = new SpareSocket;
+    client.SetSocket(spare);  // taken if the thread has made none yet
     std::atomic<bool> calling{true};
     std::thread caller([&] {
         while (calling) {
@@ -430,7 +436,8 @@ TEST_F(Hostile, ClientsMayStartAgainWhileOthersCall) {
     EXPECT_TRUE(Eventually([] { return g_executed > 20; }));
     calling = false;
     caller.join();
-    if (client.m_pSocket != spare) delete spare;
+    owned.reset();
+    if (!g_spare_gone) delete spare;
 }
 
 }  // namespace
