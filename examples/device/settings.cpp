@@ -82,8 +82,9 @@ void AddAccount(Reader& reader, const std::string& name, const std::string& valu
     if (!level_ok || password.empty() || password.size() >= sizeof(grpcUser_t::passwd) ||
         name.empty() || name.size() >= sizeof(grpcUser_t::name))
         return reader.Complain("accounts", name, "must be name=level;password, level 0 to 9");
-    if (accounts.size() >= GRPC_ACCOUNT_MAX)
-        return reader.Complain("accounts", name, "there are 32 accounts already");
+    // The engine checks names that are no account against the last record: it is no account's.
+    if (accounts.size() >= GRPC_ACCOUNT_MAX - 1)
+        return reader.Complain("accounts", name, "there are 31 accounts already");
     accounts.push_back(Account(name, static_cast<int>(level), password));
 }
 
@@ -123,9 +124,11 @@ bool LoadSettings(const std::string& path, Settings& settings, std::string& erro
     reader.Text("net", "unix", settings.unix_name);
     ReadAccounts(reader, settings.accounts);
     reader.Number("login", "max_failures", 1, 1000, settings.max_failures);
+    reader.Number("login", "max_peer_failures", 1, 100000, settings.max_peer_failures);
     reader.Number("login", "lock_seconds", 1, 86400, settings.lock_seconds);
     reader.Number("login", "token_seconds", 1, 86400, settings.token_seconds);
-    reader.Number("login", "max_tokens", 1, 100000, settings.max_tokens);
+    const int accounts = static_cast<int>(settings.accounts.size());
+    reader.Number("login", "max_tokens", accounts, 100000, settings.max_tokens);
     reader.Text("log", "dir", settings.log_folder);
     reader.Number("log", "bytes", 1024, 1 << 30, settings.log_bytes);
     reader.Number("log", "files", 1, 10000, settings.log_files);

@@ -16,9 +16,10 @@ struct Settings {
     std::string unix_name;  // not empty: an abstract Unix socket instead of TCP
 
     std::vector<grpcUser_t> accounts;
-    int max_failures = 3;     // wrong passwords that block a user
-    int lock_seconds = 300;   // how long
-    int token_seconds = 600;  // how long a token is good without being used
+    int max_failures = 3;        // wrong passwords that block a peer for an account
+    int max_peer_failures = 20;  // for all of them
+    int lock_seconds = 300;      // how long
+    int token_seconds = 600;     // how long a token is good without being used
     int max_tokens = 32;
 
     std::string log_folder;  // empty: no log files
