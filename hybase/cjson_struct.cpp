@@ -1,12 +1,13 @@
 #include "hybase/cjson_struct.h"
 
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
 
 #include <algorithm>
 #include <memory>
+
+#include "hybase/print.h"
 
 namespace {
 
@@ -76,11 +77,11 @@ bool IsSingle(int32_t type) {
 // Whether the elements of an array or vector can be converted; says once a row when they cannot.
 bool HasElements(const kinfo_t& row) {
     if (!IsSingle(row.sub_type)) {
-        printf(" %d Not Support\n", row.sub_type);
+        Print(" %d Not Support\n", row.sub_type);
         return false;
     }
     if (row.sub_type == KINFO_OBJECT && !row.sub_key) {
-        puts("ERROR: kinfo[i].sub_key should not be NULL");
+        Print("ERROR: kinfo[i].sub_key should not be NULL\n");
         return false;
     }
     return true;
@@ -94,7 +95,7 @@ Shape ArrayElement(const kinfo_t& row) {
 }
 
 std::nullptr_t Failed(const char* call) {
-    printf("[%s] json_assert failed\n", call);
+    Print("[%s] json_assert failed\n", call);
     return nullptr;
 }
 
@@ -331,7 +332,7 @@ cJSON* MemberOf(const Maker& maker, const kinfo_t& row, const char* at) {
                        static_cast<const HVector*>(Load<const void*>(at)));
     }
     if (IsSingle(row.type)) return SingleOf(maker, {row.type, row.size, row.sub_key}, at);
-    printf(" %d Not Support\n", row.sub_type);
+    Print(" %d Not Support\n", row.sub_type);
     return nullptr;
 }
 

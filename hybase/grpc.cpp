@@ -3,8 +3,8 @@
 #include "hybase/grpc.h"
 
 #include <errno.h>
+#include <malloc.h>
 #include <stddef.h>
-#include <stdio.h>
 #include <stdlib.h>
 
 #include <memory>
@@ -12,6 +12,7 @@
 
 #include "grpc_private.h"
 #include "hybase/cjson_value.h"
+#include "hybase/print.h"
 #include "hyplatform/utl_md5.h"
 
 using namespace grpc_engine;
@@ -40,6 +41,7 @@ static_assert(offsetof(grpcConnInfo_t, proto) == 52 && sizeof(grpcConnInfo_t) ==
 namespace {
 
 constexpr int32_t kReceiveBufferBytes = 131072;
+constexpr size_t kLargeTextBytes = 1 << 20;
 
 void AllocateBuffer(_grpc_t* ctx, int32_t size) {
     free(ctx->buf);
@@ -48,7 +50,7 @@ void AllocateBuffer(_grpc_t* ctx, int32_t size) {
     errno = ENOMEM;
     // One byte more than a hook may fill, for the terminator.
     if (size >= 0) ctx->buf = static_cast<char*>(malloc(static_cast<size_t>(size) + 1));
-    if (ctx->buf == nullptr) printf("malloc failed : %d\n", errno);
+    if (ctx->buf == nullptr) Print("malloc failed : %d\n", errno);
 }
 
 // Blocks may come from the owner's thread and from a time-out handler, so the list is only changed
@@ -60,9 +62,16 @@ void PushBlock(_grpc_t* ctx, grpcMem_t* block) {
     }
 }
 
+bool HoldsTail(const grpcMem_t* block, const _grpc_t* ctx) {
+    return reinterpret_cast<uintptr_t>(ctx->send_bin) - reinterpret_cast<uintptr_t>(block) <
+           static_cast<uintptr_t>(block->size);
+}
+
+// A tail that was not sent is forgotten with its block; one that lies elsewhere waits on.
 void FreeBlocks(_grpc_t* ctx) {
     grpcMem_t* block = __atomic_exchange_n(&ctx->mem_list, nullptr, __ATOMIC_ACQUIRE);
     while (block != nullptr) {
+        if (HoldsTail(block, ctx)) grpc_set_send_bindata(ctx, nullptr, 0);
         grpcMem_t* next = block->next;
         free(block);
         block = next;
@@ -108,9 +117,9 @@ int32_t CallSendHook(_grpc_t* ctx, const char* data, int32_t length) {
     if (ctx->send != nullptr)
         sent = ctx->send(ctx, data, length);
     else
-        puts("send error: send func not setted");
+        Print("send error: send func not setted\n");
     if (sent != length)
-        printf("send error  : %s, ret: %d, tosend: %d\n", strerror(errno), sent, length);
+        Print("send error  : %s, ret: %d, tosend: %d\n", strerror(errno), sent, length);
     return sent;
 }
 
@@ -129,7 +138,19 @@ int32_t SendWithTail(_grpc_t* ctx, const char* text, size_t text_length, const v
 
 namespace grpc_engine {
 
-grpcMethod_t FindMethod(const grpcMethod_t* table, const char* name) {
+HeapTrim::HeapTrim(const char* text)
+    : wanted_(text != nullptr && strnlen(text, kLargeTextBytes) == kLargeTextBytes) {}
+
+// No more often than that: it takes 3 to 10 ms for each MiB of text, a sixth of what the message
+// itself took, and threads that share the heap wait as long when they allocate.
+HeapTrim::~HeapTrim() {
+#ifdef __GLIBC__
+    if (wanted_) malloc_trim(0);
+#endif
+}
+
+grpcMethod_t FindMethod(grpcMethod_t* const* field, const char* name) {
+    const grpcMethod_t* table = __atomic_load_n(field, __ATOMIC_ACQUIRE);
     if (table == nullptr || name == nullptr) return {};
     for (const grpcMethod_t* row = table; row->name != nullptr; row++) {
         if (strcmp(row->name, name) != 0) continue;
@@ -166,7 +187,7 @@ bool TakeMessage(_grpc_t* ctx, const char* text, int32_t length) {
 
 int32_t Receive(_grpc_t* ctx, void* opaque) {
     if (ctx->recv == nullptr) {
-        puts("recv error: recv func not setted");
+        Print("recv error: recv func not setted\n");
         return -1;
     }
     if (ctx->buf == nullptr) return -1;
@@ -180,14 +201,13 @@ int32_t Receive(_grpc_t* ctx, void* opaque) {
 }
 
 int32_t Send(_grpc_t* ctx) {
-    if (ctx->json == nullptr) return -1;
-    // The tail belongs to this message even if it cannot be sent: its bytes may be gone by the
-    // next.
+    // The tail belongs to this message even if there is none or it cannot be sent: its bytes may be
+    // gone by the next.
     const void* tail = ctx->send_bin;
     int32_t tail_length = ctx->send_bin_len;
     if (tail_length > 0) grpc_set_send_bindata(ctx, nullptr, 0);
 
-    if (!AddCount(ctx) || !AddUser(ctx)) return -1;
+    if (ctx->json == nullptr || !AddCount(ctx) || !AddUser(ctx)) return -1;
     std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_PrintUnformatted(ctx->json),
                                                       cJSON_free);
     if (text == nullptr) return -1;
@@ -212,9 +232,9 @@ int32_t grpc_init(_grpc_t* ctx, const grpcParam_t* param) {
     ctx->userparam = param->userparam;
     ctx->send = param->send;
     ctx->recv = param->recv;
-    ctx->s_methods = param->s_methods;
-    ctx->c_methods = param->c_methods;
-    ctx->conn = {};
+    __atomic_store_n(&ctx->s_methods, param->s_methods, __ATOMIC_RELEASE);
+    __atomic_store_n(&ctx->c_methods, param->c_methods, __ATOMIC_RELEASE);
+    grpc_set_connection_info(ctx, {});
     if (ctx->timeout_enable) StartTimeouts(ctx);
     AllocateBuffer(ctx, kReceiveBufferBytes);
     if (ctx->buf == nullptr) return -1;
@@ -260,7 +280,7 @@ void grpc_lock(_grpc_t* ctx) {
     if (lock == nullptr) {
         arch_mutex_t created = arch_mutex_create();
         if (created == nullptr) {
-            puts("arch_mutex_create() failed");
+            Print("arch_mutex_create() failed\n");
             return;
         }
         // Of two threads that come first one wins, and both take the winner's lock.
@@ -279,12 +299,15 @@ void grpc_unlock(_grpc_t* ctx) {
 
 int32_t grpc_set_connection_info(_grpc_t* ctx, grpcConnInfo_t info) {
     if (ctx == nullptr) return -1;
+    std::lock_guard<std::mutex> lock(Private(ctx)->conn_mutex);
     ctx->conn = info;
     return 0;
 }
 
 grpcConnInfo_t grpc_get_connection_info(_grpc_t* ctx) {
-    return ctx != nullptr ? ctx->conn : grpcConnInfo_t{};
+    if (ctx == nullptr) return {};
+    std::lock_guard<std::mutex> lock(Private(ctx)->conn_mutex);
+    return ctx->conn;
 }
 
 void grpc_set_send_bindata(_grpc_t* ctx, const void* data, int32_t len) {

@@ -1,10 +1,9 @@
 // The calling side: sending requests, and taking their responses on the spot or as they come in.
 
-#include <stdio.h>
-
 #include "grpc_private.h"
 #include "hybase/cjson_value.h"
 #include "hybase/grpc.h"
+#include "hybase/print.h"
 
 using namespace grpc_engine;
 
@@ -26,17 +25,17 @@ void TakeError(_grpc_t* ctx) {
 }
 
 void CallResponseHandler(_grpc_t* ctx, const char* method_name) {
-    grpcMethod_t method = FindMethod(ctx->c_methods, method_name);
+    grpcMethod_t method = FindMethod(&ctx->c_methods, method_name);
     if (method.func == nullptr) {
-        printf("ERROR: grpc_c_resp_direct Failed find method: %s\n",
-               method_name != nullptr ? method_name : "(null)");
+        Print("ERROR: grpc_c_resp_direct Failed find method: %s\n",
+              method_name != nullptr ? method_name : "(null)");
         return;
     }
     int32_t result = method.func(ctx);
     // The row's name, for the handler may have replaced the tree that holds the other one.
     if (result != 0)
-        printf("ERROR: grpc_c_resp_direct Failed in method: %s, with ret: %d\n", method.name,
-               result);
+        Print("ERROR: grpc_c_resp_direct Failed in method: %s, with ret: %d\n", method.name,
+              result);
 }
 
 }  // namespace
@@ -69,7 +68,7 @@ int32_t grpc_c_recv(_grpc_t* ctx) {
 
         DeliveryLock no_timeout = LockDelivery(ctx);
         if (!TakeMessage(ctx, ctx->buf, received)) {
-            printf("ERROR: Failed parse json: %s\n", ctx->buf);
+            Print("ERROR: Failed parse json: %s\n", ctx->buf);
             return GRPC_ERR_PARSE;
         }
         if (cJSON_GetObjectValueInt(ctx->json, "sentcnt") == ctx->sentcnt) {
@@ -79,15 +78,16 @@ int32_t grpc_c_recv(_grpc_t* ctx) {
         cJSON_Delete(ctx->json);
         ctx->json = nullptr;
     }
-    printf("ERROR: trycnt out json: %s\n", ctx->buf);
+    Print("ERROR: trycnt out json: %s\n", ctx->buf);
     return GRPC_ERR_NO_ANSWER;
 }
 
 int32_t grpc_c_resp_direct(_grpc_t* ctx, const char* text, int32_t len) {
     if (ctx == nullptr) return -1;
+    const HeapTrim after_all(text);
     DeliveryLock no_timeout = LockDelivery(ctx);
     if (!TakeMessage(ctx, text, len)) {
-        printf("ERROR: Failed Parse Message:\n%s\n\n", text != nullptr ? text : "(null)");
+        Print("ERROR: Failed Parse Message:\n%s\n\n", text != nullptr ? text : "(null)");
         return -1;
     }
     TakeError(ctx);

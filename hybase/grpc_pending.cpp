@@ -16,14 +16,16 @@ constexpr std::chrono::seconds kPollInterval(1);
 constexpr char kThreadName[32] = "grpc timeout";
 constexpr char kThreadOwnName[32] = "grpcTimeout";
 
-void FreeFirst(grpcPending_t** link) {
+// Takes out the request that `link` leads to.
+void FreeRequest(Context* ctx, grpcPending_t** link) {
     grpcPending_t* request = *link;
     *link = request->next;
+    if (ctx->pending_end == &request->next) ctx->pending_end = link;
     free(request);
 }
 
 void FailRequest(_grpc_t* ctx, const grpcPending_t& request) {
-    grpcMethod_t method = FindMethod(ctx->c_methods, request.method);
+    grpcMethod_t method = FindMethod(&ctx->c_methods, request.method);
     if (method.func == nullptr) return;
     ctx->errcode = GRPC_ERR_NO_ANSWER;
     CopyText(ctx->errmsg, "Timeout");
@@ -37,7 +39,7 @@ void FailOverdueRequests(Context* ctx) {
     MutexGuard guard(ctx->pending_lock);
     while (ctx->pending != nullptr && now - kResponseTimeoutUs >= ctx->pending->sent_time) {
         FailRequest(ctx, *ctx->pending);
-        FreeFirst(&ctx->pending);
+        FreeRequest(ctx, &ctx->pending);
     }
 }
 
@@ -77,7 +79,7 @@ void StopTimeouts(_grpc_t* ctx) {
     TellToStop(Private(ctx));
     if (ctx->timeout_thread != nullptr) arch_thread_join(ctx->timeout_thread, nullptr);
     ctx->timeout_thread = nullptr;
-    while (ctx->pending != nullptr) FreeFirst(&ctx->pending);
+    while (ctx->pending != nullptr) FreeRequest(Private(ctx), &ctx->pending);
     if (ctx->pending_lock != nullptr) arch_mutex_delete(ctx->pending_lock);
     ctx->pending_lock = nullptr;
 }
@@ -92,9 +94,9 @@ void RememberRequest(_grpc_t* ctx, const char* method) {
 
     MutexGuard guard(ctx->pending_lock);
     request->sent_time = arch_gettimeofday();
-    grpcPending_t** link = &ctx->pending;
-    while (*link != nullptr) link = &(*link)->next;
-    *link = request;
+    grpcPending_t**& end = Private(ctx)->pending_end;
+    *end = request;
+    end = &request->next;
 }
 
 void ForgetRequest(_grpc_t* ctx, const char* method, int32_t sentcnt) {
@@ -102,7 +104,7 @@ void ForgetRequest(_grpc_t* ctx, const char* method, int32_t sentcnt) {
     MutexGuard guard(ctx->pending_lock);
     for (grpcPending_t** link = &ctx->pending; *link != nullptr; link = &(*link)->next) {
         if ((*link)->sentcnt != sentcnt || strcmp((*link)->method, method) != 0) continue;
-        return FreeFirst(link);
+        return FreeRequest(Private(ctx), link);
     }
 }
 

@@ -14,14 +14,21 @@
 
 namespace grpc_engine {
 
-// What grpc_new really makes. Order of the locks: `delivery` before `pending_lock`.
+// What grpc_new really makes. Order of the locks: `delivery`, then either `pending_lock` or the
+// mutex that a server shares among its contexts.
 struct Context : _grpc_t {
     Context() : _grpc_t{} {}
 
-    // Held while a response is delivered and while overdue requests are failed: `errcode`,
-    // `errmsg`, `json` and the handlers belong to one of the two at a time. Recursive, because a
-    // handler may call grpc_end, or fetch and deliver further messages itself.
+    // Held while a request is served, while a response is delivered and while overdue requests are
+    // failed: `errcode`, `errmsg`, `json` and the handlers belong to one of them at a time.
+    // Recursive, because a handler may call grpc_end, or fetch and deliver further messages itself.
     std::recursive_mutex delivery;
+
+    // Where the next pending request is linked in: `pending`, or `next` of the youngest. Guarded by
+    // `pending_lock`.
+    grpcPending_t** pending_end = &pending;
+
+    std::mutex conn_mutex;  // guards `conn`
 
     // Wakes the time-out thread from its wait when `timeout_running` was cleared under the mutex.
     std::mutex stop_mutex;
@@ -48,6 +55,20 @@ class MutexGuard {
     arch_mutex_t mutex_;
 };
 
+// Gives the memory of freed trees back to the system at the end of a scope that handles a large
+// text. A tree takes forty times the memory of its text, in pieces so small that the heap would
+// keep them all.
+class HeapTrim {
+  public:
+    explicit HeapTrim(const char* text);
+    ~HeapTrim();
+    HeapTrim(const HeapTrim&) = delete;
+    HeapTrim& operator=(const HeapTrim&) = delete;
+
+  private:
+    [[maybe_unused]] bool wanted_;
+};
+
 // Copies what fits and terminates it; a null text gives an empty one. The two may overlap.
 template <size_t kCapacity>
 void CopyText(char (&out)[kCapacity], const char* text) {
@@ -63,9 +84,10 @@ inline void CopyAccount(grpcAccount_t* out, const grpcAccount_t& account) {
     out->passwd[sizeof out->passwd - 1] = '\0';
 }
 
-// The first row of that name that has a handler; its `func` is null when there is none. A copy, so
-// that grpc_set_method on another thread takes no handler away between look-up and call.
-grpcMethod_t FindMethod(const grpcMethod_t* table, const char* name);
+// The first row of that name that has a handler, in the table that a context's field points to; its
+// `func` is null when there is none. A copy, so that grpc_set_method on another thread takes no
+// handler away between look-up and call.
+grpcMethod_t FindMethod(grpcMethod_t* const* field, const char* name);
 
 // The MD5 that an account proves itself with. `method` may be null.
 void AccountDigest(const char* name, const char* method, const char* passwd,

@@ -16,7 +16,9 @@
 #include <charconv>
 #include <mutex>
 
+#include "hybase/print.h"
 #include "hyplatform/arch.h"
+#include "record_quota.h"
 
 // Applications hand the record over as a block of bytes: its layout is the same on every machine.
 static_assert(sizeof(hlogParam_t) == 276 && offsetof(hlogParam_t, file_level) == 0 &&
@@ -145,7 +147,7 @@ class DirectoryNames {
         : count_(scandir(dir, &entries_, nullptr, [](const dirent** a, const dirent** b) {
               return strcmp((*a)->d_name, (*b)->d_name);
           })) {
-        if (count_ < 0) printf("Failed open dir: %s, because: %s\n", dir, strerror(errno));
+        if (count_ < 0) Print("Failed open dir: %s, because: %s\n", dir, strerror(errno));
     }
     DirectoryNames(const DirectoryNames&) = delete;
     DirectoryNames& operator=(const DirectoryNames&) = delete;
@@ -183,15 +185,15 @@ int32_t SealNewest(const char* dir) {
     const DirectoryNames names(dir);
     for (int i = names.count() - 1; i >= 0; i--) {
         if (!IsLogFile(names[i])) {
-            printf("[last]file:%s is not log file\n", names[i]);
+            Print("[last]file:%s is not log file\n", names[i]);
             continue;
         }
-        printf("lstname: %s\n", names[i]);
+        Print("lstname: %s\n", names[i]);
         char path[kPathSize];
         JoinPath(path, dir, names[i]);
         chmod(path, 0440);
         int32_t number = 0;
-        printf("ret: %d\n", ScanName(names[i], &number));
+        Print("ret: %d\n", ScanName(names[i], &number));
         return number;
     }
     return 0;
@@ -218,7 +220,7 @@ void ChooseNext(char (&path)[kPathSize], const hlogParam_t& settings) {
         snprintf(path, sizeof(path), "%s/%s-%08d%s", settings.dir, date,
                  static_cast<int32_t>(number), ".log");
     } while (IsFull(path, settings.max_size));
-    printf("create log file: %s\n", path);
+    Print("create log file: %s\n", path);
 }
 
 // Deletes the oldest log file when there are too many. Returns whether there still are.
@@ -228,7 +230,7 @@ bool TrimOnce(const hlogParam_t& settings) {
     int count = 0;
     for (int i = 0; i < names.count(); i++) {
         if (!IsLogFile(names[i])) {
-            printf("[delete]file:%s is not log file\n", names[i]);
+            Print("[delete]file:%s is not log file\n", names[i]);
         } else if (count++ == 0) {
             oldest = names[i];
         }
@@ -236,11 +238,11 @@ bool TrimOnce(const hlogParam_t& settings) {
     // Without a log file there is nothing to delete, even where max_files is negative.
     if (oldest == nullptr || count <= settings.max_files) return false;
 
-    printf("too many log file, delete %s\n", oldest);
+    Print("too many log file, delete %s\n", oldest);
     char path[kPathSize];
     JoinPath(path, settings.dir, oldest);
     if (remove(path) != 0) {
-        printf("Failed remove file: %s, because: %s\n", oldest, strerror(errno));
+        Print("Failed remove file: %s, because: %s\n", oldest, strerror(errno));
         return false;
     }
     return settings.max_files < count - 1;
@@ -293,13 +295,14 @@ void LogFile::OpenNext(const hlogParam_t& settings) {
 // Sets a flag for the length of a scope, however the scope is left.
 class FlagScope {
   public:
-    explicit FlagScope(bool& flag) : flag_(flag) { flag_ = true; }
+    explicit FlagScope(bool& flag) : flag_(flag), before_(flag) { flag_ = true; }
     FlagScope(const FlagScope&) = delete;
     FlagScope& operator=(const FlagScope&) = delete;
-    ~FlagScope() { flag_ = false; }
+    ~FlagScope() { flag_ = before_; }
 
   private:
     bool& flag_;
+    const bool before_;
 };
 
 // Keeps the pieces of a record together among what other threads print.
@@ -327,6 +330,8 @@ class Logger {
     int32_t ToFile(const Origin& origin, const char* format, va_list args);
     int PrintHeader(FILE* stream, const Origin& origin);
     const char* Stamp() { return settings_.show_time != 0 ? timestamp_.Now() : ""; }
+    void ChangeFile();
+    void OpenOrClose();
     void UpdateThreshold();
 
     // Recursive: a callback runs under it and may change the settings. It guards all that follows.
@@ -336,6 +341,9 @@ class Logger {
     LogFile file_;
     hlogCallback callback_ = nullptr;
     bool in_callback_ = false;
+    // What is printed about log files may be logged: such a record leaves the file alone.
+    bool changing_file_ = false;
+    bool change_again_ = false;
 
     // The highest level that any output takes; written under mutex_, read without it.
     std::atomic<int32_t> threshold_{HLOG_LEVEL_INFO};
@@ -355,7 +363,7 @@ int32_t Logger::Emit(const Origin& origin, const char* format, va_list args) {
         va_end(copy);
     }
     // Looked at only now: the callback may have replaced settings and file.
-    if (!file_.is_open() || origin.level > settings_.file_level) return 0;
+    if (changing_file_ || !file_.is_open() || origin.level > settings_.file_level) return 0;
     return ToFile(origin, format, args);
 }
 
@@ -391,8 +399,7 @@ int32_t Logger::ToFile(const Origin& origin, const char* format, va_list args) {
     const int64_t bytes = int64_t{std::max(header, 0)} + std::max(message, 0);
     file_.Flush(bytes);
     if (file_.IsFull(settings_.max_size)) {
-        file_.OpenNext(settings_);
-        UpdateThreshold();
+        ChangeFile();
     }
     return static_cast<int32_t>(bytes);
 }
@@ -413,12 +420,31 @@ void Logger::SetParam(const hlogParam_t& param) {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
     settings_ = param;
     settings_.dir[sizeof(settings_.dir) - 1] = '\0';
-    if (settings_.dir[0] != '\0') {
-        file_.OpenNext(settings_);
+    UpdateThreshold();  // for what is printed about the change, if it is logged
+    ChangeFile();
+}
+
+// A callback or a print function that gets to know of the change may set the logger up anew. That
+// is done afterwards, once, and without telling the console or the callback about it again.
+void Logger::ChangeFile() {
+    change_again_ = changing_file_;
+    if (changing_file_) return;
+    FlagScope changing(changing_file_);
+    OpenOrClose();
+    if (change_again_) {
+        FlagScope quiet(in_callback_);
+        OpenOrClose();
+    }
+    UpdateThreshold();
+}
+
+void Logger::OpenOrClose() {
+    const hlogParam_t settings = settings_;
+    if (settings.dir[0] != '\0') {
+        file_.OpenNext(settings);
     } else {
         file_.Close();
     }
-    UpdateThreshold();
 }
 
 void Logger::Register(hlogCallback callback) {
@@ -441,7 +467,7 @@ Logger g_logger;
 
 int32_t hlog_printf_ex(int32_t level, const char* file, const char* func, int32_t line,
                        const char* fmt, ...) {
-    if (!g_logger.Takes(level) || fmt == nullptr) return 0;
+    if (!g_logger.Takes(level) || fmt == nullptr || !QuotaScope::LetsThrough()) return 0;
     const Origin origin(level, file, func, line);
     va_list args;
     va_start(args, fmt);

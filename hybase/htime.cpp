@@ -5,6 +5,7 @@
 #include <atomic>
 #include <initializer_list>
 
+#include "hybase/print.h"
 #include "hyplatform/arch.h"
 
 static_assert(sizeof(HTime_t) == 24, "six 32-bit fields are the contract");
@@ -148,7 +149,7 @@ int32_t HTime_split_into_day(const HTime_t* start, const HTime_t* end, HTime_t* 
     for (int64_t t = HTime_mkgmtime(start); t < last; t = NextMidnight(t)) {
         // `>` is meant: the arrays hold max + 1 records.
         if (count > max) {
-            printf("HTime split_into_day overflow,cnt=%d\n", count);
+            Print("HTime split_into_day overflow,cnt=%d\n", count);
             break;
         }
         const auto piece_start = static_cast<time_t>(t);
@@ -201,7 +202,7 @@ void HTime_elapsed(const char* tag) {
     const auto seconds = static_cast<time_t>(now_us / kMicrosecondsPerSecond);
     HTime_t now{};
     HTime_localtime(&seconds, &now);
-    printf("[%s] Time Now: %04d-%02d-%02d %02d:%02d:%02d.%06d, Elapsed %dus\n",
-           tag != nullptr ? tag : "", now.year, now.month, now.day, now.hour, now.minute,
-           now.second, static_cast<int>(now_us % kMicrosecondsPerSecond), elapsed_us);
+    Print("[%s] Time Now: %04d-%02d-%02d %02d:%02d:%02d.%06d, Elapsed %dus\n",
+          tag != nullptr ? tag : "", now.year, now.month, now.day, now.hour, now.minute, now.second,
+          static_cast<int>(now_us % kMicrosecondsPerSecond), elapsed_us);
 }

@@ -1,13 +1,13 @@
 #include "hybase/hvector.h"
 
 #include <stddef.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
 
 #include "hybase/harray.h"
+#include "hybase/print.h"
 
 struct HVector {
     int32_t capacity;
@@ -177,7 +177,7 @@ HVector* HVector_Create(uint32_t item_size, int32_t capacity) {
     free(vector);
     size_t bytes;
     BlockBytes(capacity, item_size, &bytes);
-    printf("failed malloc memory: %d in HVector_Create\n", static_cast<int>(bytes));
+    Print("failed malloc memory: %d in HVector_Create\n", static_cast<int>(bytes));
     return nullptr;
 }
 

@@ -119,6 +119,31 @@ TEST_F(HlogFile, RecordsReachTheCallbackWhateverBecomesOfTheFile) {
     hlog_regirst(nullptr);
 }
 
+// Each line would fill a file, and the callback asks for another folder each time.
+TEST_F(HlogFile, LinesAboutFilesCanBeLoggedAndLeaveTheFileAlone) {
+    received.clear();
+    fs::create_directory("more");
+    hlog_set_print(hlog_print_debug);
+    hlog_regirst([](const char* text, int32_t) {
+        text = strstr(text, "] ") + 2;
+        if (strstr(text, "not log file") != nullptr) return;
+        received += text;
+        Open(1, 1, 4, "more");
+    });
+    EXPECT_EQ(Printed([] { Open(1, 5, 4); }), "");
+    EXPECT_EQ(received, "create log file: logs/2024-05-02-00000001.log\n");
+    EXPECT_EQ(Log(0, "two "), 22);
+    EXPECT_EQ(received,
+              "create log file: logs/2024-05-02-00000001.log\n"
+              "two lstname: 2024-05-02-00000002.log\nret: 4\n"
+              "create log file: more/2024-05-02-00000003.log\n"
+              "too many log file, delete 2024-05-02-00000002.log\n");
+    EXPECT_TRUE(fs::exists("more/2024-05-02-00000004.log"));
+    EXPECT_EQ(fs::file_size("logs/2024-05-02-00000001.log"), 0u);
+    hlog_regirst(nullptr);
+    hlog_set_print(nullptr);
+}
+
 // 100 processes that log and rotate from several threads are killed; a last one ends by itself.
 constexpr int kKills = 100, kThreads = 4;
 

@@ -1,9 +1,11 @@
 // Records as they reach the console and the callback.
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <hybase/grpc.h>
 #include <hybase/hlog.h>
 #include <hyplatform/arch.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <string>
 
@@ -96,6 +98,41 @@ TEST(HlogCallback, MayChangeTheLoggerItRunsUnder) {
     EXPECT_EQ(Printed({0}), "");
     hlog_regirst(nullptr);
     EXPECT_EQ(Printed({0}), "\033[31m[ERR]" TAIL);
+}
+
+// What `print` gets, and what still goes to standard output, when a server meets such a text.
+std::string PrintedBy(hlogPrintFunc print, const std::string& no_json) {
+    _grpc_t* server = grpc_new();
+    received.clear();
+    hlog_set_print(print);
+    testing::internal::CaptureStdout();
+    errno = EDOM;
+    grpc_s_serve_without_send(server, no_json.c_str(), 0);
+    EXPECT_EQ(errno, EDOM);
+    hlog_set_print(nullptr);
+    grpc_delete(server);
+    return received + "|" + testing::internal::GetCapturedStdout();
+}
+
+TEST(HlogPrint, TakesWhatTheLibraryPrintsAwayFromStandardOutput) {
+    for (size_t length : {0, 478, 479, 480, 481, 100000}) {
+        const std::string text(length, '{');
+        const std::string line = "ERROR: Failed Parse Message:\n" + text + "\n\n";
+        EXPECT_EQ(PrintedBy(nullptr, text), "|" + line);
+        auto keep = [](const char* part, int32_t len) {
+            EXPECT_EQ(strlen(part), static_cast<size_t>(len));
+            Receive(part, len);
+            errno = EIO;
+        };
+        EXPECT_EQ(PrintedBy(keep, text), line + "|");
+        EXPECT_EQ(PrintedBy(hlog_print_nothing, text), "|");
+    }
+    hlog_set_param(&kEverything);
+    std::string record = PrintedBy(hlog_print_debug, "{");
+    record.erase(record.find("cpp:") + 3, 3);  // the line
+    EXPECT_EQ(record,
+              "|\033[37m[DEBUG][print.cpp][hlog_print_debug] "
+              "ERROR: Failed Parse Message:\n{\n\n\033[0m\033[37m\033[0m");
 }
 
 }  // namespace

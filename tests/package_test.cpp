@@ -15,9 +15,9 @@ using namespace std::chrono_literals;
 static std::atomic<time_t> g_now{1000000};
 time_t arch_time() { return g_now; }
 
-// No single allocation of a gigabyte finds memory here.
+// No single allocation of a mebibyte finds memory here.
 void* operator new[](size_t size, const std::nothrow_t&) noexcept {
-    return size < 1u << 30 ? ::operator new[](size) : nullptr;
+    return size < 1u << 20 ? ::operator new[](size) : nullptr;
 }
 
 namespace {
@@ -174,13 +174,13 @@ TEST_F(Package, FailedSendIsReportedByTheSender) {
     arch_mutex_unlock(without_socket.m_hSendMutex);
 }
 
-TEST_F(Package, BadHeadersEndTheLinkAndTheClientComesBackAtOnce) {
+TEST_F(Package, BadHeadersEndTheLinkAndTheClientComesBack) {
     Start();
     const string cases[][2] = {
         {"no header...", "ERR _getPackage: receive data err.flag=[1852776552]\n"},
         {Bytes("\xA5\x5A\x5A\xA5\0\0\0\0\xFF\xFF\xFF\xFF"),
          "ERR _getPackage: receive data err.len=[-1]\n"},
-        {Bytes("\xA5\x5A\x5A\xA5\0\0\0\0\x7F\xFF\xFF\xFF"),
+        {Bytes("\xA5\x5A\x5A\xA5\0\0\0\0\x7F\xFF\xFF\xFF") + string(1 << 20, 'x'),
          "ERR AllocRecvBuf: no memory for a packet of 2147483647 bytes from [127.0.0.1][" +
              to_string(listener.port) + "]\n"},
     };
@@ -244,9 +244,9 @@ TEST_F(Package, SeveralThreadsSendWhileTheClientReconnects) {
             while (sending) client.SendPkg(0, pieces, lengths, 3, 0);
         });
     }
-    for (int round = 0; round < 20; round++) {
+    for (int round = 0; round < 5; round++) {
         Peer peer = LogIn();
-        for (int i = 0; i < 40; i++) {
+        for (int i = 0; i < 160; i++) {
             const string packet = peer.Receive(1513);
             ASSERT_FALSE(packet.empty());
             ASSERT_EQ(packet, Data(string(1501, packet.back())));

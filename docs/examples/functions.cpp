@@ -30,6 +30,8 @@ static void Logging() {
     SHOW(record == "[INFO][door.cpp:12][Open] gate 7\n");
     HLOG_ERR("gate %d is stuck\n", 7);
     SHOW(record.find("][Logging] gate 7 is stuck\n") != std::string::npos);
+    hlog_set_print(hlog_print_debug);
+    hlog_set_print(nullptr);
     hlog_regirst(nullptr);
 }
 

@@ -15,7 +15,10 @@
 #include <new>
 #include <string>
 
-#include "hybase/hcutil/packet_header.h"
+#include "hybase/hcutil/package_state.h"
+#include "hybase/hcutil/packet_io.h"
+#include "hybase/hcutil/server_login.h"
+#include "hybase/hcutil/socket_inside.h"
 
 // The RPC classes and the packet service tell connections apart with dynamic_cast.
 static_assert(sizeof(std::atomic<int>) == sizeof(int) &&
@@ -30,64 +33,43 @@ constexpr char kDefaultRecord[] = "owner;908172";
 constexpr int kDefaultRecordBytes = sizeof kDefaultRecord - 1;
 constexpr char kAdmitted[] = "OK";
 constexpr int kAdmittedBytes = sizeof kAdmitted - 1;
-constexpr char kRefused[] = "FAILED";
 
 constexpr int kNotLoggedIn = -21;
 
-constexpr int kLoginReadUs = 5000000;
 constexpr int kLoginReplySendUs = 500000;
-constexpr int kLoginRequestRoom = 1024;
 constexpr int kReceiveUs = 500000;
 constexpr useconds_t kPauseStepUs = 100000;
-constexpr int kPauseSteps = 100;     // 10 seconds
 constexpr int kStepsPerSecond = 10;  // of kPauseStepUs
+constexpr int kLongestPauseMs = 10000;
+constexpr int kShortestPauseMs = 100;
+constexpr int64_t kQuickLossMs = 1000;  // a link that is lost sooner was no link
+constexpr useconds_t kPinStepUs = 1000;
+constexpr int kFirstGrowthBytes = 64 * 1024;
 constexpr int kSilenceGraceSec = 2;  // a peer is silent that long after its keep-alive is due
 constexpr int kLongestClockStepSec = 999;
 
-// Log records name the operation that users know, also where a step of it has a function of its
-// own.
+// Log records name the operation that users know, not a step of it.
 constexpr char kSendPkg[] = "SendPkg";
 constexpr char kOnThread[] = "OnThread";
-#define LOG_AS(function, level, ...) \
-    hlog_printf_ex(level, __FILE__, function, __LINE__, __VA_ARGS__)
 
-// Sends one part of a packet. `more`: another part follows at once, and the kernel lets this one
-// wait for it, so that a packet leaves in one segment.
-int SendPart(HCSocket* sock, const char* buf, int len, int usec, bool more) {
-    sock->SetMore(more);
-    int sent = sock->Send(buf, len, usec);
-    sock->SetMore(false);
-    return sent;
-}
+// Counts `bytes` as long as it lives.
+class Counted {
+  public:
+    Counted(std::atomic<int64_t>& sum, int64_t bytes) : sum_(sum), bytes_(bytes) { sum_ += bytes_; }
+    ~Counted() { sum_ -= bytes_; }
+    Counted(const Counted&) = delete;
+    Counted& operator=(const Counted&) = delete;
 
-int SendHeader(HCSocket* sock, uint32_t flag, uint32_t type, int length, int usec) {
-    char header[kPacketHeaderBytes];
-    WritePacketHeader(header, {flag, type, static_cast<uint32_t>(length)});
-    return SendPart(sock, header, kPacketHeaderBytes, usec, length > 0);
-}
+  private:
+    std::atomic<int64_t>& sum_;
+    const int64_t bytes_;
+};
 
-// Reads a header into the first `room` (at most 12) bytes of `buf` and checks it; the words stay 0
-// unless it came whole. Returns RecvAll's result, or -1 for a header that ends the link. `function`
-// stands in the log record.
-int RecvHeader(HCSocket* sock, char* buf, int room, int usec, const char* function,
-               unsigned int& flag, unsigned int& type, int& len) {
-    if (room > 0) memset(buf, 0, static_cast<size_t>(room));
-    int got = sock->RecvAll(buf, room, usec);
-    if (got != kPacketHeaderBytes) return got;
-
-    PacketHeader header = ReadPacketHeader(buf);
-    flag = header.flag;
-    type = header.type;
-    len = static_cast<int>(header.length);
-    if (flag != kDataFlag && flag != kLoginFlag) {
-        LOG_AS(function, HLOG_LEVEL_ERR, "receive data err.flag=[%d]\n", static_cast<int>(flag));
-        return -1;
-    }
-    if (len < 0) {
-        LOG_AS(function, HLOG_LEVEL_ERR, "receive data err.len=[%d]\n", len);
-        return -1;
-    }
-    return got;
+// Between three and five quarters, so that a fleet that lost its server does not come back at once.
+int WithJitter(int ms) {
+    uint16_t random = 0;
+    arch_rand_bytes(&random, sizeof random);
+    return ms - ms / 4 + static_cast<int>(int64_t{ms} / 2 * random / UINT16_MAX);
 }
 
 }  // namespace
@@ -120,8 +102,8 @@ HCNetPackage::HCNetPackage()
       m_hSendMutex(arch_mutex_create()),
       m_nConnectTimeout(10),
       m_nSendTimeout(10000000),
-      m_hPasswdMutex(arch_mutex_create()),
-      m_bInPayload(false) {
+      m_pState(new (std::nothrow) State),
+      m_bInThread(false) {
     SetPasswdInfo(kDefaultRecord, kDefaultRecordBytes);
 }
 
@@ -132,23 +114,36 @@ HCNetPackage::~HCNetPackage() {
     delete m_pSocket;
     delete[] m_pRecvBuf;
     delete[] m_pPasswd;
-    arch_mutex_delete(m_hPasswdMutex);
     arch_mutex_delete(m_hSendMutex);
 }
 
-void HCNetPackage::StopThread() {
-    m_bRun = false;
-    // A login under way would wait up to 5 seconds for its reply, and a payload for ever if its
-    // peer lets it trickle. Either looks at m_bRun after it has said that it waits, and from then
-    // on the descriptor stays until the thread closes it under the mutex.
-    if (MayWaitLong()) {
-        HCMutex lock(m_hSendMutex);
-        if (MayWaitLong() && m_pSocket != nullptr) shutdown(m_pSocket->m_nSocket, SHUT_RDWR);
-    }
-    Join(nullptr);
+void HCNetPackage::SetLimits(const HCNetLimits& limits) {
+    if (m_pState != nullptr) m_pState->limits = limits;
 }
 
-bool HCNetPackage::MayWaitLong() const { return m_nConnectState == NPS_CONNECTED || m_bInPayload; }
+void HCNetPackage::StopThread() {
+    TellToStop();
+    Join(nullptr);
+    while (InUse()) usleep(kPinStepUs);
+}
+
+// Whatever the peer does, the thread and all senders find out at once.
+void HCNetPackage::TellToStop() {
+    m_bRun = false;
+    if (m_hThread != nullptr) CutLink();
+}
+
+void HCNetPackage::CutLink() {
+    if (m_pState == nullptr) return;
+    const std::lock_guard<std::mutex> lock(m_pState->descriptor);
+    if (HCSocket* sock = Socket()) SocketInside::Cut(*sock, m_nConnectState != NPS_CONNECTING);
+}
+
+bool HCNetPackage::InUse() const {
+    return m_bInThread || (m_pState != nullptr && m_pState->pins > 0);
+}
+
+HCSocket* HCNetPackage::Socket() const { return __atomic_load_n(&m_pSocket, __ATOMIC_ACQUIRE); }
 
 void HCNetPackage::StartAsClient(int bufsize, const char* host, unsigned short port,
                                  bool connectNow, HCSocket* sock) {
@@ -158,6 +153,7 @@ void HCNetPackage::StartAsClient(int bufsize, const char* host, unsigned short p
     m_bServer = false;
     m_tLastSend = arch_time();
     m_nConnectState = NPS_CONNECTING;
+    if (m_pState != nullptr) m_pState->admitted_ms = m_pState->quick_losses = 0;
     SetSocket(sock);
     SetHost(host);
     if (connectNow) _ConnectIfNeeded();
@@ -186,7 +182,7 @@ void HCNetPackage::AdoptClient(int bufsize, HCSocket* sock) {
     m_bServer = true;
     m_tLastSend = arch_time();
     if (m_pSocket != sock) delete m_pSocket;
-    m_pSocket = sock;
+    __atomic_store_n(&m_pSocket, sock, __ATOMIC_RELEASE);
     SetHost(sock->m_szHost);
     m_nPort = static_cast<unsigned short>(sock->m_nPort);
     PrepareRecvBuf(bufsize);
@@ -200,10 +196,14 @@ void HCNetPackage::PrepareRecvBuf(int size) {
     AllocRecvBuf(size);  // without memory the thread tries again when it reads
 }
 
-void HCNetPackage::Launch() {
-    if (StartThread() != nullptr) return;
+// False when there is no thread: the peer then sees the close at once.
+bool HCNetPackage::Launch() {
+    if (m_pState != nullptr && StartThread() != nullptr) return true;
     HLOG_ERR("no thread for the connection to [%.64s][%d]\n", m_szIp, m_nPort);
+    HCMutex lock(m_hSendMutex);
     m_nConnectState = NPS_DISCONNECTED;
+    if (HCSocket* sock = Socket()) sock->Close();
+    return false;
 }
 
 // A host of 64 characters fills the field without a terminator.
@@ -221,12 +221,12 @@ void HCNetPackage::SetSocket(HCSocket* sock) {
 
 void HCNetPackage::SetPasswdInfo(const char* data, int len) {
     // The reply buffer is one byte larger than the record, hence the upper bound.
-    if (data == nullptr || len <= 0 || len == INT_MAX) return;
+    if (data == nullptr || len <= 0 || len == INT_MAX || m_pState == nullptr) return;
     char* record = new (std::nothrow) char[static_cast<size_t>(len)];
     if (record == nullptr) return;
     memcpy(record, data, static_cast<size_t>(len));
 
-    HCMutex lock(m_hPasswdMutex);
+    const std::lock_guard<std::mutex> lock(m_pState->record);
     delete[] m_pPasswd;
     m_pPasswd = record;
     m_nPasswdLen = len;
@@ -242,6 +242,8 @@ bool HCNetPackage::IsNeedClear() { return m_nConnectState == NPS_DISCONNECTED; }
 
 void HCNetPackage::RaiseLost(NPEvent_e event) {
     m_nConnectState = NPS_DISCONNECTED;
+    // The peer sees it now, and nothing more that it has sent is executed.
+    CutLink();
     OnEvent(event);
 }
 
@@ -256,7 +258,7 @@ int HCNetPackage::__get_a_package(HCSocket* sock, unsigned int& flag, unsigned i
     if (maxlen < kPacketHeaderBytes) HLOG_INFO("not enough buffer to receive data.\n");
 
     int room = std::min(maxlen, kPacketHeaderBytes);
-    int got = RecvHeader(sock, buf, room, kLoginReadUs, __func__, flag, type, len);
+    int got = RecvHeader(*sock, buf, room, kLoginReadUs, __func__, flag, type, len);
     if (got < 1) return got;
     empty = len == 0;
     if (empty) return 0;
@@ -272,21 +274,78 @@ int HCNetPackage::_getPackage(unsigned int& flag, unsigned int& type, int& len, 
     flag = type = 0;
     len = 0;
     empty = false;
-    if (m_pSocket == nullptr) return -1;
+    if (m_pSocket == nullptr || m_pState == nullptr) return -1;
     int capacity = std::max(m_nRecvBufSize, kPacketHeaderBytes);
     if ((m_pRecvBuf == nullptr || capacity > m_nRecvBufSize) && !AllocRecvBuf(capacity)) return -1;
 
-    int got =
-        RecvHeader(m_pSocket, m_pRecvBuf, kPacketHeaderBytes, usec, __func__, flag, type, len);
+    TransferWatch watch = TransferWatch::Receiving(m_pState->limits);
+    const bool in_time = SocketInside::IsOurs(*m_pSocket) &&
+                         TransferWatch::ForReceiving(m_pState->limits);
+    int got = in_time ? RecvHeaderInTime(usec, watch, flag, type, len)
+                      : RecvHeader(*m_pSocket, m_pRecvBuf, kPacketHeaderBytes, usec, __func__, flag,
+                                   type, len);
     if (got < 1) return got;
     empty = len == 0;
     if (empty) return 0;
-    if (len > m_nRecvBufSize && !AllocRecvBuf(len)) return -1;
-    m_bInPayload = true;
-    got = m_bRun ? m_pSocket->RecvAll(m_pRecvBuf, len, usec) : -1;
-    m_bInPayload = false;
+    const int longest = m_pState->limits.max_packet_bytes;
+    if (longest > 0 && len > longest) {
+        HLOG_ERR("receive data err.len=[%d]\n", len);
+        return -1;
+    }
+    got = RecvPayload(len, usec, in_time ? &watch : nullptr);
     if (got > 0) m_pRecvBuf[got] = '\0';
     return got;
+}
+
+// The transfer begins with the first byte of the header; until then the peer owes nothing.
+int HCNetPackage::RecvHeaderInTime(int usec, TransferWatch& watch, unsigned int& flag,
+                                   unsigned int& type, int& len) {
+    const int first = m_pSocket->Recv(m_pRecvBuf, kPacketHeaderBytes, usec);
+    if (first < 1) return first;
+    watch = TransferWatch::Receiving(m_pState->limits);
+    const int rest = kPacketHeaderBytes - first;
+    if (rest > 0 && RecvInTime(*m_pSocket, m_pRecvBuf + first, rest, watch) < 0) return -1;
+    return CheckHeader(m_pRecvBuf, "_getPackage", flag, type, len) ? kPacketHeaderBytes : -1;
+}
+
+// The buffer grows with what has come, not with what the header announces: that costs a peer
+// nothing. A socket class of the application's is asked for the whole payload at once.
+int HCNetPackage::RecvPayload(int len, int usec, TransferWatch* watch) {
+    if (!SocketInside::IsOurs(*m_pSocket)) {
+        if (len > m_nRecvBufSize && !AllocRecvBuf(len)) return -1;
+        return m_bRun ? m_pSocket->RecvAll(m_pRecvBuf, len, usec) : -1;
+    }
+    for (int got = 0;;) {
+        const int part = std::min(len, m_nRecvBufSize) - got;
+        const int result = watch != nullptr
+                               ? RecvInTime(*m_pSocket, m_pRecvBuf + got, part, *watch)
+                               : m_pSocket->RecvAll(m_pRecvBuf + got, part, usec);
+        if (result < 1) return result;
+        got += part;
+        if (got == len) return len;
+        if (!GrowRecvBuf(got, len)) return -1;
+    }
+}
+
+// Doubles the receive buffer, up to `most`, and keeps its first `kept` bytes.
+bool HCNetPackage::GrowRecvBuf(int kept, int most) {
+    const int64_t doubled = std::max<int64_t>(int64_t{m_nRecvBufSize} * 2, kFirstGrowthBytes);
+    const int size = static_cast<int>(std::min<int64_t>(doubled, most));
+    char* larger = new (std::nothrow) char[static_cast<size_t>(size) + 1];
+    if (larger == nullptr) {
+        LogNoMemory(most);
+        return false;
+    }
+    memcpy(larger, m_pRecvBuf, static_cast<size_t>(kept));
+    delete[] m_pRecvBuf;
+    m_pRecvBuf = larger;
+    m_nRecvBufSize = size;
+    return true;
+}
+
+void HCNetPackage::LogNoMemory(int bytes) const {
+    LOG_AS("AllocRecvBuf", HLOG_LEVEL_ERR,
+           "no memory for a packet of %d bytes from [%.64s][%d]\n", bytes, m_szIp, m_nPort);
 }
 
 // Makes the receive buffer anew; its contents are lost. One spare byte behind the capacity is for
@@ -296,7 +355,7 @@ bool HCNetPackage::AllocRecvBuf(int size) {
     m_nRecvBufSize = size;
     m_pRecvBuf = new (std::nothrow) char[static_cast<size_t>(std::max(size, 0)) + 1];
     if (m_pRecvBuf != nullptr) return true;
-    HLOG_ERR("no memory for a packet of %d bytes from [%.64s][%d]\n", size, m_szIp, m_nPort);
+    LogNoMemory(size);
     m_nRecvBufSize = m_nRecvBufDefSize;  // what the next read asks for
     return false;
 }
@@ -312,9 +371,11 @@ void HCNetPackage::ShrinkRecvBuf() {
 }
 
 int HCNetPackage::_ProgressData(char* data, int len) {
-    if (data == nullptr || len < kPacketHeaderBytes) return -1;
-    PacketHeader header = ReadPacketHeader(data);
-    if (header.flag != kDataFlag) HLOG_ERR("ERROR: Data wrong\n");
+    if (data == nullptr) return -1;
+    if (len < kPacketFlagBytes || LoadBigEndian32(data) != kDataFlag)
+        HLOG_ERR("ERROR: Data wrong\n");
+    if (len < kPacketHeaderBytes) return -1;
+    const PacketHeader header = ReadPacketHeader(data);
     int length = static_cast<int>(header.length);
     if (length < 0 || len - kPacketHeaderBytes < length) return -1;
     if (length == 0) return kPacketHeaderBytes;
@@ -341,30 +402,34 @@ bool HCNetPackage::_ConnectIfNeeded() {
     memcpy(host, m_szIp, sizeof m_szIp);
 
     if (!HoldSocket() || m_pSocket->Connect(host, m_nPort, m_nConnectTimeout) < 0) {
-        OnEvent(NPE_CONNECT_FAILED);
+        if (m_bRun) OnEvent(NPE_CONNECT_FAILED);
         m_nConnectState = NPS_DISCONNECTED;
         return false;
     }
     m_nConnectState = NPS_CONNECTED;
-    // In this order, so that a StopThread meanwhile either sees the state or is seen here.
+    // In this order, so that a TellToStop meanwhile either sees the state or is seen here.
     if (m_bRun) _ClientLoginIfNeeded();
     if (m_nConnectState == NPS_READY) return true;
     m_nConnectState = NPS_DISCONNECTED;
     return false;
 }
 
-// Leaves the state NPS_CONNECTING, set under the mutex: whoever is sending finishes first on the
-// old descriptor, and whoever waits for the mutex finds that it must not send. So Connect may close
-// it.
+// Leaves the state NPS_CONNECTING, set under the mutex: a thread that is sending finishes first on
+// the old descriptor, and one that waits for the mutex finds that it must not send. So Connect may
+// close it.
 bool HCNetPackage::HoldSocket() {
+    if (m_pState == nullptr) return false;
     HCMutex lock(m_hSendMutex);
-    m_nConnectState = NPS_CONNECTING;
-    if (m_pSocket == nullptr) {
+    if (Socket() == nullptr) {
         auto* made = new (std::nothrow) HCSocket;
         SetSocket(made);
-        if (m_pSocket != made) delete made;
+        if (Socket() != made) delete made;
     }
-    return m_pSocket != nullptr;
+    const std::lock_guard<std::mutex> descriptor(m_pState->descriptor);
+    m_nConnectState = NPS_CONNECTING;
+    // A cut belongs to the link that was lost; that of a TellToStop stays.
+    if (Socket() != nullptr && m_bRun) SocketInside::EndCut(*m_pSocket);
+    return Socket() != nullptr;
 }
 
 void HCNetPackage::_ClientLoginIfNeeded() {
@@ -378,10 +443,10 @@ void HCNetPackage::_ClientLoginIfNeeded() {
         HLOG_ERR("no memory to log in\n");
         return;
     }
-    int sent = SendHeader(m_pSocket, kLoginFlag, 0, record_bytes, m_nSendTimeout);
-    if (sent >= 0) sent = SendPart(m_pSocket, buf.get(), record_bytes, m_nSendTimeout, false);
+    int sent = SendHeader(*m_pSocket, kLoginFlag, 0, record_bytes, m_nSendTimeout);
+    if (sent >= 0) sent = SendPart(*m_pSocket, buf.get(), record_bytes, m_nSendTimeout, false);
     if (sent < 0) {
-        HLOG_ERR("Send err [%d]\n", sent);
+        if (m_bRun) HLOG_ERR("Send err [%d]\n", sent);
         return;
     }
 
@@ -391,7 +456,7 @@ void HCNetPackage::_ClientLoginIfNeeded() {
     bool empty = false;
     int got = __get_a_package(m_pSocket, flag, type, len, empty, buf.get(), record_bytes + 1);
     if (flag != kLoginFlag || len <= 0 || got <= 0) {
-        HLOG_ERR("get_package err [%d]\n", got);
+        if (m_bRun) HLOG_ERR("get_package err [%d]\n", got);
         return;
     }
     ApplyLoginReply(buf.get(), got);
@@ -399,7 +464,7 @@ void HCNetPackage::_ClientLoginIfNeeded() {
 
 // The record in a buffer one byte larger, in which the reply is read.
 std::unique_ptr<char[]> HCNetPackage::CopyRecord(int& bytes) {
-    HCMutex lock(m_hPasswdMutex);
+    const std::lock_guard<std::mutex> lock(m_pState->record);
     bytes = m_nPasswdLen;
     std::unique_ptr<char[]> copy(new (std::nothrow) char[static_cast<size_t>(bytes) + 1]());
     if (copy != nullptr && m_pPasswd != nullptr) memcpy(copy.get(), m_pPasswd, bytes);
@@ -408,6 +473,7 @@ std::unique_ptr<char[]> HCNetPackage::CopyRecord(int& bytes) {
 
 void HCNetPackage::ApplyLoginReply(const char* reply, int len) {
     bool admitted = len >= kAdmittedBytes && memcmp(reply, kAdmitted, kAdmittedBytes) == 0;
+    if (admitted && m_pState != nullptr) m_pState->admitted_ms = arch_getSystemStartupMs();
     m_nConnectState = admitted ? NPS_READY : NPS_LOGIN_FAILED;
     OnEvent(admitted ? NPE_LOGIN_OK : NPE_LOGIN_FAILED);
 }
@@ -431,27 +497,18 @@ bool HCNetPackage::WaitingLogin(HCNetPackageService* svc, HCSocket* sock) {
     if (flag != kLoginFlag || len <= 0 || got <= 0) return false;
 
     record[got] = '\0';  // the header lay there before
-    std::string message;
-    if (svc->CheckPasswd(record, got, sock, message))
-        return ResponseLogin(sock, kAdmitted, kAdmittedBytes) == 0;
-    if (message.empty()) {
-        message = kRefused;
-    } else {
-        HLOG_INFO("message=[%s]\n", message.c_str());
-    }
-    ResponseLogin(sock, message.data(), static_cast<int>(message.size()));
-    return false;
+    return svc->AnswerLogin(*sock, record, got);
 }
 
 int HCNetPackage::ResponseLogin(HCSocket* sock, const char* msg, int len) {
     if (sock == nullptr) return -1;
-    int sent = SendHeader(sock, kLoginFlag, 0, len, kLoginReplySendUs);
+    int sent = SendHeader(*sock, kLoginFlag, 0, len, kLoginReplySendUs);
     if (sent != kPacketHeaderBytes) {
         HLOG_ERR("failed to send login respose[%d][%d]\n", sent, kPacketHeaderBytes);
         return -1;
     }
     if (len <= 0) return 0;
-    sent = SendPart(sock, msg, len, kLoginReplySendUs, false);
+    sent = SendPart(*sock, msg, len, kLoginReplySendUs, false);
     if (sent != len) {
         HLOG_ERR("failed to send login respose[%d][%d]\n", sent, len);
         return -1;
@@ -467,28 +524,68 @@ int HCNetPackage::SendPkg(unsigned int type, const char* data, int len, int wait
 
 int HCNetPackage::SendPkg(unsigned int type, const char** bufs, const int* lens, int count,
                           int waitSec) {
-    if (bufs == nullptr || lens == nullptr) count = 0;
-    int64_t total = 0;
-    for (int i = 0; i < count; i++) total += std::max(lens[i], 0);
+    const Pieces pieces = {bufs, lens, bufs != nullptr && lens != nullptr ? count : 0};
+    const int64_t total = pieces.Bytes();
     if (total > INT_MAX) {
         HLOG_ERR("ERROR: data too long: %lld\n", static_cast<long long>(total));
         return -1;
     }
+    if (m_pState == nullptr) return kNotLoggedIn;
+    const Counted waiting(m_pState->unsent, total);
+    if (TooMuchUnsent()) return EndForUnsent();
     if (!LockWhenReady(waitSec)) return kNotLoggedIn;
-    if (m_pSocket == nullptr) {
+    if (Socket() == nullptr) {
         HLOG_ERR("Not Connected now\n");
         // The mutex stays locked on purpose: a connection without a socket never sends again.
         return kNotLoggedIn;
     }
+    const int sent = SendPieces(type, pieces, static_cast<int>(total));
+    FinishSend(sent);
+    return sent;
+}
 
-    int sent = SendPieces(type, bufs, lens, count, static_cast<int>(total));
-    if (sent < 0) {
-        HLOG_ERR("SendPkg error: %d, %s\n", errno, strerror(errno));
+// Takes note of a send that has ended, and gives m_hSendMutex back. errno is still the send's.
+void HCNetPackage::FinishSend(int sent) {
+    if (sent < 0 && m_bRun) {
+        LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "SendPkg error: %d, %s\n", errno, strerror(errno));
         RaiseLost(NPE_DISCONNECTED);
     }
     m_tLastSend = arch_time();
+    UnlockSending();
+}
+
+bool HCNetPackage::TooMuchUnsent() const {
+    const int limit = m_pState->limits.max_unsent_bytes;
+    return limit > 0 && m_nConnectState == NPS_READY && m_pState->unsent > limit;
+}
+
+// The cut makes a sender that holds the mutex fail, and that one reports the loss.
+int HCNetPackage::EndForUnsent() {
+    HLOG_ERR("more than %d bytes wait for [%.64s][%d]\n", m_pState->limits.max_unsent_bytes, m_szIp,
+             m_nPort);
+    CutLink();
+    LockSending();
+    if (m_nConnectState == NPS_READY) RaiseLost(NPE_DISCONNECTED);
+    UnlockSending();
+    return -1;
+}
+
+void HCNetPackage::LockSending() {
+    m_pState->senders++;
+    arch_mutex_lock(m_hSendMutex);
+}
+
+void HCNetPackage::UnlockSending() {
     arch_mutex_unlock(m_hSendMutex);
-    return sent;
+    m_pState->senders--;
+}
+
+// LockSending unless a sender is at work: never waits for one.
+bool HCNetPackage::TryLockSending() {
+    int none = 0;
+    if (!m_pState->senders.compare_exchange_strong(none, 1)) return false;
+    arch_mutex_lock(m_hSendMutex);
+    return true;
 }
 
 // Waits for a login under way. True with m_hSendMutex locked and the state NPS_READY, which only
@@ -498,10 +595,10 @@ bool HCNetPackage::LockWhenReady(int wait_sec) {
     for (;;) {
         int state = m_nConnectState;
         if (state == NPS_READY) {
-            arch_mutex_lock(m_hSendMutex);
+            LockSending();
             if (m_nConnectState == NPS_READY) return true;
             // The link was lost while another thread was sending.
-            arch_mutex_unlock(m_hSendMutex);
+            UnlockSending();
             continue;
         }
         if (state != NPS_CONNECTING && state != NPS_CONNECTED) {
@@ -518,28 +615,30 @@ bool HCNetPackage::LockWhenReady(int wait_sec) {
 }
 
 // The result of the last send, or -1 with errno as the send left it. m_hSendMutex is held.
-int HCNetPackage::SendPieces(unsigned int type, const char** bufs, const int* lens, int count,
-                             int total) {
-    int last = count - 1;
-    while (last >= 0 && lens[last] <= 0) last--;
+int HCNetPackage::SendPieces(unsigned int type, const Pieces& pieces, int total) {
+    if (SocketInside::IsOurs(*m_pSocket) && TransferWatch::ForSending(m_pState->limits)) {
+        TransferWatch watch = TransferWatch::Sending(m_pState->limits, m_nSendTimeout);
+        PacketOut packet(type, pieces, total);
+        if (packet.PushInTime(*m_pSocket, watch) == PacketOut::Progress::kDone)
+            return packet.Result();
+        if (m_bRun) packet.LogFailure();
+        return -1;
+    }
+    int last = pieces.count - 1;
+    while (last >= 0 && pieces.lens[last] <= 0) last--;
 
-    int sent = SendHeader(m_pSocket, kDataFlag, type, total, m_nSendTimeout);
+    int sent = SendHeader(*m_pSocket, kDataFlag, type, total, m_nSendTimeout);
     if (sent != kPacketHeaderBytes) {
-        int error = errno;
-        LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "ERROR: data send error2: %d, %d\n", sent,
-               kPacketHeaderBytes);
-        errno = error;
+        if (m_bRun) LogHeaderFailure(sent);
         return -1;
     }
     for (int i = 0; i <= last; i++) {
-        if (lens[i] <= 0) continue;
-        sent = SendPart(m_pSocket, bufs[i], lens[i], m_nSendTimeout, i < last);
-        if (sent != lens[i]) {
-            int error = errno;
-            LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "ERROR: data send error3: %d, %d\n", sent, lens[i]);
-            errno = error;
-            return -1;
-        }
+        const int length = pieces.lens[i];
+        if (length <= 0) continue;
+        sent = SendPart(*m_pSocket, pieces.bufs[i], length, m_nSendTimeout, i < last);
+        if (sent == length) continue;
+        if (m_bRun) LogPieceFailure(sent, length);
+        return -1;
     }
     return sent;
 }
@@ -547,40 +646,64 @@ int HCNetPackage::SendPieces(unsigned int type, const char** bufs, const int* le
 // ---- The connection thread ----
 
 void* HCNetPackage::OnThread(void*) {
+    m_bInThread = true;
     SilenceWatch watch = {arch_time(), 0, 0};
-    bool linked = true;
-    while (m_bRun && linked) {
+    while (m_bRun) {
+        if (!m_bServer) PauseAfterQuickLoss();
         if (!_ConnectIfNeeded()) {
-            PauseAfterFailure();
+            Pause(kLongestPauseMs);
             continue;
         }
-        Step step = m_nKeepAliveSec > 0 ? WatchSilence(watch) : Step::kGoOn;
-        if (step == Step::kGoOn) step = ReceiveOne(watch);
+        if (m_nKeepAliveSec <= 0 || WatchSilence(watch)) ReceiveOne(watch);
         // A client goes on: its next pass connects again.
-        if (step == Step::kLost && m_bServer) linked = false;
+        if (m_bServer && m_nConnectState == NPS_DISCONNECTED) break;
     }
     m_nConnectState = NPS_DISCONNECTED;
     HLOG_INFO("m_bServer[%d]  OnThread  end...[%.64s][%d]\n", m_bServer, m_szIp, m_nPort);
-
-    HCMutex lock(m_hSendMutex);
-    if (m_pSocket != nullptr) m_pSocket->Close();
-    delete m_pSocket;
-    m_pSocket = nullptr;
+    GiveUpSocket();
+    m_bInThread = false;
     return nullptr;
 }
 
-void HCNetPackage::PauseAfterFailure() {
-    for (int i = 0; i < kPauseSteps && m_bRun; i++) usleep(kPauseStepUs);
+void HCNetPackage::GiveUpSocket() {
+    CutLink();  // for a sender that has the mutex
+    HCMutex lock(m_hSendMutex);
+    const std::lock_guard<std::mutex> descriptor(m_pState->descriptor);
+    if (m_pSocket != nullptr) m_pSocket->Close();
+    delete m_pSocket;
+    __atomic_store_n(&m_pSocket, nullptr, __ATOMIC_RELEASE);
+}
+
+void HCNetPackage::Pause(int ms) {
+    for (int64_t left_us = int64_t{ms} * 1000; left_us > 0 && m_bRun; left_us -= kPauseStepUs)
+        usleep(static_cast<useconds_t>(std::min<int64_t>(left_us, kPauseStepUs)));
+}
+
+// A server that lets a client in and drops it at once is not asked again without a pause.
+void HCNetPackage::PauseAfterQuickLoss() {
+    State& state = *m_pState;
+    if (m_nConnectState == NPS_READY || state.admitted_ms == 0) return;
+    const int64_t lasted = arch_getSystemStartupMs() - state.admitted_ms;
+    state.admitted_ms = 0;
+    if (lasted >= kQuickLossMs) {
+        state.quick_losses = 0;
+        return;
+    }
+    int pause = kShortestPauseMs;
+    for (int i = 0; i < state.quick_losses && pause < kLongestPauseMs; i++) pause *= 2;
+    state.quick_losses++;
+    Pause(WithJitter(std::min(pause, kLongestPauseMs)));
 }
 
 // Counts the intervals without a packet and sends the keep-alives, both by a clock that may jump.
-HCNetPackage::Step HCNetPackage::WatchSilence(SilenceWatch& watch) {
+// False when the pass begins anew.
+bool HCNetPackage::WatchSilence(SilenceWatch& watch) {
     watch.now = arch_time();
     if (watch.ref > watch.now || watch.ref + kLongestClockStepSec < watch.now) {
         LOG_AS(kOnThread, HLOG_LEVEL_ERR, "It Seems That, TIME Changed\n");
         m_tLastSend = static_cast<time_t>(watch.now);
         watch.ref = watch.now;
-        return Step::kNextPass;
+        return false;
     }
     int64_t interval = m_nKeepAliveSec;
     if (watch.ref + interval + kSilenceGraceSec < watch.now) {
@@ -591,35 +714,35 @@ HCNetPackage::Step HCNetPackage::WatchSilence(SilenceWatch& watch) {
         if (watch.count >= m_nMaxTimeoutCnt) {
             watch.count = 0;
             RaiseLost(NPE_TIMEOUT);
-            return Step::kLost;
+            return false;
         }
     }
     if (m_tLastSend + interval < watch.now) {
         m_tLastSend = static_cast<time_t>(watch.now);
         SendPkg(0, nullptr, 0, 0);
     }
-    return Step::kGoOn;
+    return true;
 }
 
-HCNetPackage::Step HCNetPackage::ReceiveOne(SilenceWatch& watch) {
+void HCNetPackage::ReceiveOne(SilenceWatch& watch) {
     unsigned int flag = 0;
     unsigned int type = 0;
     int len = 0;
     bool empty = false;
-    int got = _getPackage(flag, type, len, empty, kReceiveUs);
-    if (got < 0) {
-        RaiseLost(NPE_DISCONNECTED);
-        return Step::kLost;
-    }
-    if (got == 0 && !empty) {
-        TimerTick_Nodata(kReceiveUs);
-        return Step::kGoOn;
-    }
+    const int got = _getPackage(flag, type, len, empty, kReceiveUs);
     if (got > 0) {
-        if (flag == kDataFlag) PkgReceived(type, m_pRecvBuf, got);
-        ShrinkRecvBuf();
+        // A link that was lost meanwhile executes nothing: the answer could not be sent.
+        const bool lost = m_bServer && m_nConnectState == NPS_DISCONNECTED;
+        if (flag == kDataFlag && !lost) PkgReceived(type, m_pRecvBuf, got);
     }
-    watch.ref = watch.now;
-    watch.count = 0;
-    return Step::kGoOn;
+    ShrinkRecvBuf();
+    if (got > 0 || empty) {
+        watch.ref = watch.now;
+        watch.count = 0;
+    } else if (got == 0) {
+        TimerTick_Nodata(kReceiveUs);
+    } else if (m_bRun && m_nConnectState != NPS_DISCONNECTED) {
+        // Not for a stop, nor when a sender has reported it.
+        RaiseLost(NPE_DISCONNECTED);
+    }
 }

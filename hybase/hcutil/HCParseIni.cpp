@@ -1,6 +1,5 @@
 #include "hybase/hcutil/HCParseIni.h"
 
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -11,6 +10,7 @@
 
 #include "hybase/hcutil/whole_file.h"
 #include "hybase/hlog.h"
+#include "hybase/print.h"
 #include "hyplatform/arch.h"
 
 namespace {
@@ -187,10 +187,10 @@ int HCIniSection::GetNext(std::string& key, std::string& value) {
 }
 
 void HCIniSection::Print() const try {
-    printf("[%s]\n", m_strName.c_str());
+    ::Print("[%s]\n", m_strName.c_str());
     for (const auto* pair : Sorted(m_values))
-        printf("\t%.*s=%s\n", static_cast<int>(pair->first.size()), pair->first.data(),
-               pair->second.data());
+        ::Print("\t%.*s=%s\n", static_cast<int>(pair->first.size()), pair->first.data(),
+              pair->second.data());
 } catch (const std::bad_alloc&) {
     return;
 }

@@ -9,9 +9,13 @@
 #include <unistd.h>
 
 #include <new>
+#include <typeinfo>
 
+#include "hybase/hcutil/HCUnixSocket.h"
+#include "hybase/hcutil/socket_inside.h"
 #include "hybase/hcutil/socket_wait.h"
 #include "hybase/hlog.h"
+#include "hybase/print.h"
 #include "hyplatform/arch.h"
 
 static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_in6) == 28, "lengths given to connect");
@@ -81,6 +85,14 @@ bool LeftToTheWait(int error) {
            error == EINVAL;
 }
 
+// Log records name the operation that users know, not a step of it.
+#define LOG_AS(function, ...) \
+    hlog_printf_ex(HLOG_LEVEL_ERR, __FILE__, function, __LINE__, __VA_ARGS__)
+
+void LogReceiveAll(int result, bool cut) {
+    if (!cut) LOG_AS("RecvAll", "socket recvall err %d %d %s\n", result, errno, strerror(errno));
+}
+
 }  // namespace
 
 HCSocket::HCSocket() = default;
@@ -131,7 +143,8 @@ int HCSocket::Connect(const char* host, unsigned short port, int timeout) {
     }
     // After a refusal the next connect begins a new attempt, so all waits have a use.
     for (int wait = 0; wait < kConnectWaits; wait++) {
-        const int found = WaitTime::Seconds(timeout).For(fd, POLLIN | POLLOUT);
+        const int found = WaitTime::Seconds(timeout).ForUnlessCut(fd, POLLIN | POLLOUT, m_bCut);
+        if (m_bCut) return -1;
         if (found < 0) {
             HLOG_ERR("client : network error in connect\n");
         } else if (found == 0) {
@@ -187,7 +200,7 @@ HCSocket* HCSocket::Accept(int timeout) {
             time.PauseIfShort(errno);
             return nullptr;
         }
-        printf("Socket accept .... %d \n", --attempts_left);
+        Print("Socket accept .... %d \n", --attempts_left);
         interrupts_left = kInterruptRetries;
     }
 
@@ -225,9 +238,13 @@ int HCSocket::Send(const char* buf, int len, int timeout) {
                 return -1;
             }
             if (found == 0) {
-                HLOG_ERR("socket send time out.[%d][%s][%d]\n", sent, m_szHost, m_nPort);
+                SocketInside::LogSendTimeout(*this, sent);
                 return -1;
             }
+        }
+        if (m_bCut) {
+            errno = EPIPE;
+            return -1;
         }
         const ssize_t result = send(fd, buf + sent, static_cast<size_t>(len - sent),
                                     wait ? flags : flags | MSG_DONTWAIT);
@@ -235,7 +252,7 @@ int HCSocket::Send(const char* buf, int len, int timeout) {
             sent += static_cast<int>(result);
             if (sent == len) return sent;
             if (arch_getSystemStartupMs() - start < limit_ms) continue;
-            HLOG_ERR("socket send time out.[%d][%s][%d]\n", sent, m_szHost, m_nPort);
+            SocketInside::LogSendTimeout(*this, sent);
             return -1;
         }
         if (!wait && LeftToTheWait(errno)) {
@@ -243,7 +260,7 @@ int HCSocket::Send(const char* buf, int len, int timeout) {
         } else if (errno == ENOBUFS || errno == EAGAIN || errno == EINTR) {
             HLOG_ERR("Socket : Send err %s %d\n", strerror(errno), static_cast<int>(result));
         } else {
-            HLOG_ERR("Socket : Send err %s [%s][%d]\n", strerror(errno), m_szHost, m_nPort);
+            SocketInside::LogSendError(*this);
             return -1;
         }
     }
@@ -283,7 +300,7 @@ int HCSocket::RecvAll(char* buf, int len, int timeout) {
     if (m_nSocket < 0 || buf == nullptr || timeout == 0 || len < 1) return -1;
     for (int got = 0; got < len;) {
         const int result = Recv(buf + got, len - got, timeout);
-        if (result < 0) HLOG_ERR("socket recvall err %d %d %s\n", result, errno, strerror(errno));
+        if (result < 0) LogReceiveAll(result, m_bCut);
         if (result < 1) return result;
         got += result;
     }
@@ -295,4 +312,34 @@ int HCSocket::Close() {
     if (fd < 1) return -1;
     m_nSocket = -1;
     return close(fd) == 0 ? 0 : -1;
+}
+
+// ---- For packet connections and the packet service ----
+
+bool SocketInside::IsOurs(const HCSocket& sock) {
+    return typeid(sock) == typeid(HCSocket) || typeid(sock) == typeid(HCUnixSocket);
+}
+
+void SocketInside::Cut(HCSocket& sock, bool connected) {
+    sock.m_bCut = true;
+    if (connected) shutdown(sock.m_nSocket, SHUT_RDWR);
+}
+
+int SocketInside::RecvMore(HCSocket& sock, char* buf, int len, int& got) {
+    while (got < len) {
+        const int result = sock.Recv(buf + got, len - got, 0);
+        if (result < 0) LogReceiveAll(result, sock.m_bCut);
+        if (result < 1) return result;
+        got += result;
+    }
+    return len;
+}
+
+void SocketInside::LogSendTimeout(const HCSocket& sock, int sent) {
+    LOG_AS("Send", "socket send time out.[%d][%s][%d]\n", sent, sock.m_szHost, sock.m_nPort);
+}
+
+void SocketInside::LogSendError(const HCSocket& sock) {
+    LOG_AS("Send", "Socket : Send err %s [%s][%d]\n", strerror(errno), sock.m_szHost,
+           sock.m_nPort);
 }

@@ -44,8 +44,12 @@ int HCTCPGrpcClient::Start(grpcMethod_t* methods, int bufsize, const char* ip, u
     param.send = SendRequest;
     param.recv = RefuseToReceive;
     param.c_methods = methods;
+    // Other threads may be using the context, but not before the first start.
+    const bool in_use = GetThis(m_pGrpc) == this;
+    if (in_use) grpc_lock(m_pGrpc);
     grpc_init(m_pGrpc, &param);
     grpc_set_connection_info(m_pGrpc, Peer(ip, port));
+    if (in_use) grpc_unlock(m_pGrpc);
     StartAsClient(bufsize, ip, port, connectNow, sock);
     return 0;
 }

@@ -11,6 +11,9 @@
 #include <memory>
 #include <new>
 
+#include "hybase/hcutil/packet_broadcast.h"
+#include "hybase/print.h"
+
 static_assert(sizeof(grpcUser_t) == sizeof(grpcAccount_t) &&
                   offsetof(grpcUser_t, passwd) == offsetof(grpcAccount_t, passwd) &&
                   offsetof(grpcUser_t, level) == offsetof(grpcAccount_t, level),
@@ -62,11 +65,10 @@ _TCPServer::~_TCPServer() {
 }
 
 void _TCPServer::PkgReceived(unsigned int type, char* data, int len) {
-    HCMutex lock(m_hMutex);
     if (type != kGrpcPacketType) return;
     data[len] = '\0';
     if (m_pServer != nullptr) m_pServer->PrintMsg_Recv(data);
-    grpc_s_serve_direct(m_pGrpc, data, len);
+    grpc_s_serve_locked(m_pGrpc, data, len, m_hMutex);
 }
 
 void _TCPServer::OnEvent(NPEvent_e event) {
@@ -147,11 +149,11 @@ HCNetPackage* HCTCPGrpcServer::CreateServer() {
 }
 
 void HCTCPGrpcServer::PrintMsg_Resp(const char* text) {
-    if (m_bPrintResp) printf("grpc resp: [%s]\n", text);
+    if (m_bPrintResp) Print("grpc resp: [%s]\n", text);
 }
 
 void HCTCPGrpcServer::PrintMsg_Recv(const char* text) {
-    if (m_bPrintRecv) printf("grpc recv: [%s]\n", text);
+    if (m_bPrintRecv) Print("grpc recv: [%s]\n", text);
 }
 
 int HCTCPGrpcServer::Send2Client(HCNetPackage* target, const char* method, cJSON* json, void* bin,
@@ -180,18 +182,16 @@ int HCTCPGrpcServer::Send2Client(HCNetPackage* target, const char* method, cJSON
 
 int HCTCPGrpcServer::SendMessage(const HCNetPackage* target, const char* message, size_t length) {
     if (length > INT_MAX) return -1;
-    int result = -1;
+    // Clients that come and go do not wait for those that are slow: only the choice is a walk.
     BeginWalk();
+    PacketBroadcast broadcast(target != nullptr ? 1 : GetCnt());
     for (int i = 0; i < GetCnt(); i++) {
         auto* connection = dynamic_cast<_TCPServer*>(At(i));
         if (connection == nullptr || connection->IsNeedClear()) continue;
-        if (target != nullptr && target != connection) continue;
-        result = connection->SendPkg(kGrpcPacketType, message, static_cast<int>(length),
-                                     kNotificationWaitSec);
-        if (target != nullptr) break;
+        if (target == nullptr || target == connection) broadcast.Pin(*connection);
     }
     EndWalk();
-    return result;
+    return broadcast.Send(kGrpcPacketType, message, static_cast<int>(length), kNotificationWaitSec);
 }
 
 _TCPServer* HCTCPGrpcServer::GetThis(_grpc_t* ctx) {

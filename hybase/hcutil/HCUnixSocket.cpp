@@ -9,6 +9,7 @@
 
 #include "hybase/hcutil/socket_wait.h"
 #include "hybase/hlog.h"
+#include "hybase/print.h"
 
 static_assert(sizeof(sockaddr_un) == 110, "length given to connect and bind");
 #if UINTPTR_MAX == UINT32_MAX
@@ -58,7 +59,8 @@ int HCUnixSocket::Connect(const char* name, unsigned short /*port*/, int timeout
                  m_nPort);
         return -1;
     }
-    const int found = WaitTime::Seconds(timeout).For(fd, POLLIN | POLLOUT);
+    const int found = WaitTime::Seconds(timeout).ForUnlessCut(fd, POLLIN | POLLOUT, CutFlag());
+    if (CutFlag()) return -1;
     if (found < 0) {
         HLOG_ERR("client : network error in connect\n");
     } else if (found == 0) {
@@ -85,7 +87,7 @@ int HCUnixSocket::Listen(unsigned short /*port*/, const char* name) {
 
     const int on = 1;
     if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0)
-        printf("setsockopt fail: %s\n", strerror(errno));
+        Print("setsockopt fail: %s\n", strerror(errno));
     if (bind(fd, reinterpret_cast<const sockaddr*>(&m_addrUn), sizeof m_addrUn) == 0 &&
         listen(fd, kBacklog) == 0)
         return 0;
@@ -111,7 +113,7 @@ HCSocket* HCUnixSocket::Accept(int timeout) {
             time.PauseIfShort(errno);
             return nullptr;
         }
-        printf("Socket accept .... %d \n", --attempts_left);
+        Print("Socket accept .... %d \n", --attempts_left);
     }
     HLOG_INFO("accept count=[%d] newSocket=%d\n", attempts_left, fd);
 

@@ -6,6 +6,7 @@
 
 constexpr uint32_t kDataFlag = 0xA55A5AA5;   // a data packet; of type 0 and length 0: a keep-alive
 constexpr uint32_t kLoginFlag = 0xA55A5AA6;  // a login request or a login reply
+constexpr int kPacketFlagBytes = 4;
 constexpr int kPacketHeaderBytes = 12;
 
 struct PacketHeader {

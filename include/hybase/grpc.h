@@ -30,7 +30,8 @@
  *
  * @par Results
  * 0 (or a count) for success, negative for failure; -1 for a missing context, table or resource; a
- * null context is refused everywhere. Diagnostics go to standard output.
+ * null context is refused everywhere. Diagnostics go to standard output, or where hlog_set_print()
+ * leads them.
  *
  * @par Ownership
  * The context owns `json`, `buf` and what grpc_malloc() gave; tables, `userparam` and the bytes to
@@ -179,7 +180,7 @@ struct _grpc_t {
     void* recv_bin;               /**< see grpc_get_recv_bindata() */
     int32_t recv_bin_len;         /**< bytes at `recv_bin` */
     int32_t timeout_enable;       /**< not 0: there is a time-out thread */
-    grpcPending_t* pending;       /**< oldest first; guarded by pending_lock */
+    grpcPending_t* pending;       /**< oldest first; guarded by pending_lock; only to be read */
     arch_mutex_t pending_lock;    /**< null without a time-out thread */
     arch_thread_t timeout_thread; /**< null without one */
     int32_t timeout_running; /**< 1 while the time-out thread is to go on; accessed atomically */
@@ -241,10 +242,10 @@ HYBASE_API void grpc_lock(_grpc_t* ctx);
 /** Gives the owners' lock back; does nothing where grpc_lock() never made one. */
 HYBASE_API void grpc_unlock(_grpc_t* ctx);
 
-/** Stores who is at the other end. Returns 0, or -1 for a null context. */
+/** Stores who is at the other end. Returns 0, or -1 for a null context. Any thread. */
 HYBASE_API int32_t grpc_set_connection_info(_grpc_t* ctx, grpcConnInfo_t info);
 
-/** Who is at the other end: a copy; all zeros for a null context. */
+/** Who is at the other end: a copy; all zeros for a null context. Any thread. */
 HYBASE_API grpcConnInfo_t grpc_get_connection_info(_grpc_t* ctx);
 /** @} */
 
@@ -253,7 +254,10 @@ HYBASE_API grpcConnInfo_t grpc_get_connection_info(_grpc_t* ctx);
  * @{
  */
 
-/** `data[0..len-1]` goes out behind the next message. The bytes must live until that send. */
+/**
+ * `data[0..len-1]` goes out behind the next message. The bytes must live until that send, which
+ * forgets them even when it fails. grpc_end() forgets bytes of grpc_malloc() that were not sent.
+ */
 HYBASE_API void grpc_set_send_bindata(_grpc_t* ctx, const void* data, int32_t len);
 
 /**
@@ -325,6 +329,17 @@ HYBASE_API int32_t grpc_s_serve_without_send(_grpc_t* ctx, const char* text, int
 HYBASE_API int32_t grpc_s_serve_direct(_grpc_t* ctx, const char* text, int32_t len);
 
 /**
+ * As grpc_s_serve_direct(), for a server that shares one mutex among its contexts: holds `mutex`
+ * while it looks up the method and the account (`get_passwd` included) and while the handler runs,
+ * and only then. Parsing, the digest, printing and sending do without, so that a long message or a
+ * slow reader holds up no other context. The method is looked up again before it is called: an
+ * owner that unbinds a handler under `mutex` knows that it does not run any more. A null `mutex` is
+ * no lock.
+ */
+HYBASE_API int32_t grpc_s_serve_locked(_grpc_t* ctx, const char* text, int32_t len,
+                                       arch_mutex_t mutex);
+
+/**
  * Receives one message and serves it as grpc_s_serve_direct() does. A receive result below 1 is
  * returned as it is; -1 without a receive hook or a buffer.
  */
@@ -355,8 +370,9 @@ HYBASE_API grpcAccount_t grpc_c_account_get(_grpc_t* ctx);
  *   holder calls them;
  * - finds no message of its own: `json` may be a request that another thread is building.
  *
- * It never runs while a response of the same context is being handled; a handler must therefore not
- * wait for another response or time-out. A response that comes too late is still delivered.
+ * It never runs while a response of the same context is being handled or a request served; a
+ * handler must therefore not wait for another response or time-out. A response that comes too late
+ * is still delivered.
  */
 HYBASE_API int32_t grpc_c_send(_grpc_t* ctx);
 

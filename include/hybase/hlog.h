@@ -25,8 +25,8 @@
  * to 2 to the console, from its first constructor to its last destructor.
  *
  * @par Failures
- * Nothing here reports a failure to its caller. What goes wrong with the log files is printed to
- * standard output, and records still reach the console or the callback.
+ * Nothing here reports a failure to its caller. What goes wrong with the log files is printed (see
+ * hlog_set_print()), and records still reach the console or the callback.
  *
  * @par Threads
  * Every function may be called by any thread at any time, also while others log. One mutex is held
@@ -108,6 +108,34 @@ HYBASE_API int32_t hlog_set_param(const hlogParam_t* param);
  * other thread is inside the former callback. The spelling is part of the interface.
  */
 HYBASE_API void hlog_regirst(hlogCallback callback);
+
+/**
+ * Prints `text[0..len-1]`, which is zero-terminated and valid during the call only.
+ *
+ * Called by the thread that has something to print, by several at once, and with whatever lock it
+ * holds: the logger's mutex for what is printed about log files, `pending_lock` of a context in a
+ * handler of a time-out. So it must not wait for a thread that may log or call the library. It may
+ * log: while the log file is being changed its records go to the console or the callback alone, and
+ * a new `dir` is opened when the change is done.
+ */
+typedef void (*hlogPrintFunc)(const char* text, int32_t len);
+
+/**
+ * Replaces standard output, process-wide, for all that the library prints there, one call for each
+ * line or block of lines: the diagnostics of the RPC engine (a message that is no JSON in full), of
+ * vectors, time, struct mapping and sockets, what is printed about log files and what
+ * HCParseIni::print() and a server's message printing show. The console's own records are not part
+ * of it. Null is standard output again, which is the default: there a slow console holds the
+ * printing thread up.
+ * Texts that were begun before may still go to the former function.
+ */
+HYBASE_API void hlog_set_print(hlogPrintFunc func);
+
+/** For hlog_set_print(): drops the text. */
+HYBASE_API void hlog_print_nothing(const char* text, int32_t len);
+
+/** For hlog_set_print(): logs the text at the level DEBUG. */
+HYBASE_API void hlog_print_debug(const char* text, int32_t len);
 
 /**
  * Emits one record of `level` from here: `HLOG_RECORD(level, "no route to %s\n", host)`. The

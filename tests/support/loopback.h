@@ -62,14 +62,19 @@ inline Peer LoggedIn(unsigned short port) {
     return peer;
 }
 
+// The port that the system chose.
+inline unsigned short BoundPort(const HCSocket& sock) {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    getsockname(sock.m_nSocket, reinterpret_cast<sockaddr*>(&address), &size);
+    return ntohs(address.sin_port);
+}
+
 class Listener : public HCSocket {
   public:
     Listener() {
         Listen(0, "127.0.0.1");
-        sockaddr_in address;
-        socklen_t size = sizeof address;
-        getsockname(m_nSocket, reinterpret_cast<sockaddr*>(&address), &size);
-        port = ntohs(address.sin_port);
+        port = BoundPort(*this);
     }
     unsigned short port;
 };

@@ -5,6 +5,7 @@
 #define HYBASE_HCUTIL_HCNETPACKAGE_H
 
 #include <hybase/export.h>
+#include <hybase/hcutil/HCNetLimits.h>
 #include <hybase/hcutil/HCObjVector.h>
 #include <hybase/hcutil/HCSocket.h>
 #include <hybase/hcutil/HCThread.h>
@@ -15,6 +16,8 @@
 #include <memory>
 
 class HCNetPackageService;
+class TransferWatch;
+struct Pieces;
 
 /// @ingroup packets
 /// What HCNetPackage::OnEvent() reports.
@@ -132,6 +135,11 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     /// larger than the record. For the same reason the record bounds what is seen of a refusal
     /// text.
     void SetPasswdInfo(const char* data, int len);
+
+    /// Limits what the peer may cost: max_packet_bytes, packet_sec, max_unsent_bytes, unsent_sec and
+    /// min_bytes_per_sec; the others are a service's. Call it before the start. A service that has
+    /// limits sets them for its connections.
+    void SetLimits(const HCNetLimits& limits);
     /// @}
 
     /// @name Sending
@@ -245,28 +253,53 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
 
   private:
     struct SilenceWatch;
-    enum class Step { kGoOn, kNextPass, kLost };
 
-    friend class HCNetPackageService;  // calls the two halves of StartAsServer
+    friend class HCNetPackageService;  // calls the two halves of StartAsServer, and cuts links
+    friend class PacketBroadcast;      // sends to many connections at once
+
+    // On the owner's thread, or on the accepting thread of a service.
     void AdoptClient(int bufsize, HCSocket* sock);
     void PrepareRecvBuf(int size);
-    void Launch();
-    bool MayWaitLong() const;
+    bool Launch();
     void SetHost(const char* host);
+
+    // Any thread.
+    void TellToStop();
+    void CutLink();
+    bool InUse() const;
+    HCSocket* Socket() const;
+
+    // Sending: any thread. LockWhenReady and those before it take m_hSendMutex, the others hold it.
+    bool LockWhenReady(int wait_sec);
+    void LockSending();
+    bool TryLockSending();
+    void UnlockSending();
+    int SendPieces(unsigned int type, const Pieces& pieces, int total);
+    void FinishSend(int sent);
+    bool TooMuchUnsent() const;
+    int EndForUnsent();
+
+    // On the connection thread, without a lock; RaiseLost also on a sender's, with m_hSendMutex.
+    int RecvHeaderInTime(int usec, TransferWatch& watch, unsigned int& flag, unsigned int& type,
+                         int& len);
+    int RecvPayload(int len, int usec, TransferWatch* watch);
     bool AllocRecvBuf(int size);
+    bool GrowRecvBuf(int kept, int most);
     void ShrinkRecvBuf();
+    void LogNoMemory(int bytes) const;
     bool HoldSocket();
     std::unique_ptr<char[]> CopyRecord(int& bytes);
     void ApplyLoginReply(const char* reply, int len);
-    bool LockWhenReady(int wait_sec);
-    int SendPieces(unsigned int type, const char** bufs, const int* lens, int count, int total);
     void RaiseLost(NPEvent_e event);
-    void PauseAfterFailure();
-    Step WatchSilence(SilenceWatch& watch);
-    Step ReceiveOne(SilenceWatch& watch);
+    void Pause(int ms);
+    void PauseAfterQuickLoss();
+    void GiveUpSocket();
+    bool WatchSilence(SilenceWatch& watch);
+    void ReceiveOne(SilenceWatch& watch);
 
-    arch_mutex_t m_hPasswdMutex;     // guards m_pPasswd and m_nPasswdLen
-    std::atomic<bool> m_bInPayload;  // the connection thread waits for the rest of a packet
+    struct State;
+    std::unique_ptr<State> m_pState;  // null when memory was short: nothing starts then
+    std::atomic<bool> m_bInThread;    // the connection thread is inside OnThread
 };
 
 #endif

@@ -6,6 +6,7 @@
 #define HYBASE_HCUTIL_HCNETPACKAGESERVICE_H
 
 #include <hybase/export.h>
+#include <hybase/hcutil/HCNetLimits.h>
 #include <hybase/hcutil/HCNetPackage.h>
 #include <hybase/hcutil/HCObjVector.h>
 #include <hybase/hcutil/HCSocket.h>
@@ -29,10 +30,10 @@
 ///
 /// @par Threads
 /// One accepting thread a service, which runs the hooks CheckPasswd() and CreateServer(); each
-/// connection has its own thread. A client that connects and sends nothing holds up other logins
-/// for 5 seconds, one that sends its login in pieces for 5 seconds a piece. The connections are
-/// kept in the HCObjVector base, which changes on the accepting thread; any other thread that walks
-/// it does so between BeginWalk() and EndWalk().
+/// connection has its own thread. Each client has 5 seconds for each piece of its login, and delays
+/// no other. (Over a socket class that an application derives, logins are read one after the other.)
+/// The connections are kept in the HCObjVector base, which changes on the accepting thread; any
+/// other thread that walks it does so between BeginWalk() and EndWalk().
 ///
 /// Nothing throws. Diagnostics are log records (hlog.h).
 ///
@@ -61,7 +62,8 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
     virtual HCNetPackage* CreateServer() = 0;
 
     /// Listens on `ip` (null: all addresses) and `port` and starts the accepting thread. `bufsize`:
-    /// receive buffer of each connection, bytes. 0, or -1 when listening failed.
+    /// receive buffer of each connection, bytes. 0, or -1 when listening failed or `ip` is no IPv4
+    /// address.
     /// A second call stops accepting, listens again with the same socket object and goes on;
     /// connections made before it stay.
     int Start(int bufsize, const char* ip, unsigned short port);
@@ -72,6 +74,10 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
     /// Sets the socket to listen with, e.g. an HCUnixSocket, owned by the service from now on; the
     /// one held before is not freed. Call it before Start.
     void SetSocket(HCSocket* sock);
+
+    /// Limits what clients may cost. Call it before Start; clients that are there already keep what
+    /// they have.
+    void SetLimits(const HCNetLimits& limits);
 
     /// Removes and disposes of the connections that are lost (HCNetPackage::IsNeedClear()), waiting
     /// for their threads. The accepting thread does so on every 22nd pass, that is about every 22
@@ -90,9 +96,9 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
     /// @}
 
   protected:
-    /// Stops accepting, closes the listening socket, stops and disposes of every connection. A
-    /// login under way is cut off; the rest takes about 1.5 seconds at most, unless a hook runs for
-    /// longer. Call it first in the destructor of every class that derives from this one: the
+    /// Stops accepting, closes the listening socket, stops and disposes of every connection. Takes
+    /// less than a second whatever the peers do, unless a hook runs for longer: all connections and
+    /// logins are cut off, without an event and without an ERR record. Call it first in the destructor of every class that derives from this one: the
     /// threads call CheckPasswd(), CreateServer() and the hooks of the connections, and must not
     /// find a half-destroyed object. Calling it again does nothing. Not from a hook.
     void StopService();
@@ -106,20 +112,35 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
     void EndWalk();
 
   private:
+    friend class HCNetPackage;  // WaitingLogin answers what it has read
+
+    // On the owner's thread.
+    int Listen(HCSocket& sock, const char* ip, unsigned short port);
     void StopAccepting();
     void CutLogins(bool cut);
     void StopAndDispose(HCObjOfVector* element);
+
+    // On the accepting thread.
+    void AcceptPass(HCSocket& listening);
+    void AcceptWithQueue(HCSocket& listening);
+    void AcceptOwnWay(HCSocket& listening);
+    bool LogInOwnWay(HCSocket* sock);
+    void FinishLogins();
+    bool AnswerLogin(HCSocket& sock, const char* record, int bytes);
+    const char* RefusalByLimits(const HCSocket& sock);
     void Admit(std::unique_ptr<HCSocket> sock);
-    bool LogIn(HCSocket* sock);
     void SetLoginSocket(HCSocket* sock);
-    HCObjOfVector* UnlinkLost();
+
+    HCObjOfVector* UnlinkLost(bool wait_for_threads);
     bool UnlinkFirst(HCObjOfVector*& element);
+    HCObjOfVector* UnlinkIt(const HCNetPackage* connection);
     void LockForChange();
     void UnlockAfterChange();
 
-    HCSocket* m_pLoginSocket;  // of the login under way; guarded by m_hLoginMutex
-    bool m_bCutLogins;         // guarded by m_hLoginMutex
-    arch_mutex_t m_hLoginMutex;
+    struct State;
+    std::unique_ptr<State> m_pState;  // null when memory was short: Start fails then
+    bool m_bCutLogins;                // guarded by m_hLoginMutex
+    arch_mutex_t m_hLoginMutex;       // guards the socket of the login under way, too
     pthread_rwlock_t m_connectionsLock;  // guards the elements of the HCObjVector base
     std::atomic<int> m_nWaitingChanges;  // threads that wait for a walk to end
 };

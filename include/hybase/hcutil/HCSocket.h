@@ -7,6 +7,8 @@
 #include <hybase/export.h>
 #include <netinet/in.h>
 
+#include <atomic>
+
 /// One TCP stream socket, over IPv4 or IPv6, whose every operation ends within a time-out.
 ///
 /// @par Results
@@ -88,7 +90,14 @@ class HYBASE_API HCSocket {
     bool m_bBlock = false;  ///< last value given to SetBlockOpt()
 
   private:
-    bool m_bMore = false;  // lives in the padding: the fields around it keep their places
+    friend struct SocketInside;  // packet connections and the packet service
+    // Both live in the padding: the fields around them keep their places.
+    bool m_bMore = false;
+    std::atomic<bool> m_bCut{false};  // another thread of this process has cut the connection
+
+  protected:
+    // What a wait of a derived class has to look at.
+    const std::atomic<bool>& CutFlag() const { return m_bCut; }
 
   public:
     sockaddr_in m_addr4{};   ///< the IPv4 address connected to or listened on
