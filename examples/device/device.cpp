@@ -27,10 +27,7 @@ unsigned short BoundPort(const HCSocket& socket) {
 }  // namespace
 
 Device::Device(const Settings& settings)
-    : m_settings(settings),
-      m_guard(m_settings),
-      m_sessions(m_settings),
-      m_server(m_guard) {
+    : m_settings(settings), m_guard(m_settings), m_sessions(m_settings), m_server(m_guard) {
     m_config.log_level = settings.log_level;
     m_server.m_pUserparam = this;
     for (grpcUser_t& account : m_settings.accounts) m_server.AddAccountItem(account);
@@ -47,6 +44,7 @@ bool Device::Start(std::string& error) {
                 " and " + m_settings.font_en;
         return false;
     }
+    m_server.SetLimits(m_settings.limits);
     const bool unix_domain = !m_settings.unix_name.empty();
     if (unix_domain) m_server.SetSocket(new HCUnixSocket);
     const std::string& host = unix_domain ? m_settings.unix_name : m_settings.ip;

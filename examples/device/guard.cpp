@@ -31,8 +31,7 @@ const grpcUser_t* Guard::FindAccount(const std::string& name) const {
 }
 
 std::string Guard::Blocked(const std::string& peer, const std::string& name) {
-    const int left =
-        std::max(SecondsLeft(m_peers, peer), SecondsLeft(m_accounts, Key(peer, name)));
+    const int left = std::max(SecondsLeft(m_peers, peer), SecondsLeft(m_accounts, Key(peer, name)));
     return left > 0 ? "blocked for another " + std::to_string(left) + " s" : "";
 }
 

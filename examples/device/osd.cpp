@@ -4,6 +4,7 @@
 #include <hybase/hcutil/HCPainter.h>
 #include <iconv.h>
 #include <png.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -47,11 +48,17 @@ class Picture : public HCanvas {
         image.width = static_cast<png_uint_32>(Rect()->w);
         image.height = static_cast<png_uint_32>(Rect()->h);
         image.format = PNG_FORMAT_BGRA;
-        png_alloc_size_t bytes = 0;
-        if (!png_image_write_to_memory(&image, nullptr, &bytes, 0, Buffer(), 0, nullptr))
-            return false;
-        png.resize(bytes);
-        return png_image_write_to_memory(&image, &png[0], &bytes, 0, Buffer(), 0, nullptr) != 0;
+        char* bytes = nullptr;
+        size_t length = 0;
+        // Into a stream: to memory, the picture would be compressed twice, the first time to learn
+        // its length.
+        FILE* stream = open_memstream(&bytes, &length);
+        if (stream == nullptr) return false;
+        bool good = png_image_write_to_stdio(&image, stream, 0, Buffer(), 0, nullptr) != 0;
+        good = fclose(stream) == 0 && good;
+        if (good) png.assign(bytes, length);
+        free(bytes);
+        return good;
     }
 };
 
@@ -227,16 +234,15 @@ class Overlay {
     }
 
     static int64_t LinePixels(const HPoint_t& from, const HPoint_t& to) {
-        constexpr int kThickness = 5;
-        return kThickness * (std::abs(int64_t{to.x} - from.x) + std::abs(int64_t{to.y} - from.y));
+        constexpr int kPerStep = 10;  // 5 pixels, far apart in memory when the line is steep
+        return kPerStep * (std::abs(int64_t{to.x} - from.x) + std::abs(int64_t{to.y} - from.y));
     }
 
     void DrawText(Command& command) {
         const std::string text = ToGb2312(command.Text("text"));
         const int x = command.Number("x", kLeast, kMost);
         const int y = command.Number("y", kLeast, kMost);
-        if (command.Good() && Spend(command, TextPixels(text)))
-            m_painter.DrawText(text, x, y);
+        if (command.Good() && Spend(command, TextPixels(text))) m_painter.DrawText(text, x, y);
     }
 
     void DrawLine(Command& command) {
@@ -275,8 +281,8 @@ class Overlay {
             icon = ICON_WIFI;
         else if (name != "number")
             command.Complain("icon '" + name + "' is none of signal, wifi, number");
-        const int64_t pixels = icon == ICON_NUMBER ? TextPixels(std::to_string(value))
-                                                   : int64_t{m_size} * m_size;
+        const int64_t pixels =
+            icon == ICON_NUMBER ? TextPixels(std::to_string(value)) : int64_t{m_size} * m_size;
         if (Spend(command, pixels)) m_painter.DrawIcon(icon, value, x, y);
     }
 

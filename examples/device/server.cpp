@@ -22,14 +22,15 @@ cJSON* EngineError(cJSON* answer) {
     return error;
 }
 
-// The same answer with another error.
+// The same answer with another error in its place.
 int32_t SendError(_grpc_t* context, int32_t code, const std::string& message) {
-    cJSON_Delete(cJSON_DetachItemViaPointer(context->json, EngineError(context->json)));
-    cJSON* error = cJSON_AddObjectToObject(context->json, "error");
+    cJSON* error = EngineError(context->json);
+    cJSON_DeleteItemFromObject(error, "errorcode");
+    cJSON_DeleteItemFromObject(error, "message");
     cJSON_AddNumberToObject(error, "errorcode", code);
     if (cJSON_AddStringToObject(error, "message", message.c_str()) == nullptr) return -1;
-    const std::unique_ptr<char, decltype(&cJSON_free)> text(
-        cJSON_PrintUnformatted(context->json), cJSON_free);
+    const std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_PrintUnformatted(context->json),
+                                                            cJSON_free);
     if (text == nullptr) return -1;
     return g_send_response.load()(context, text.get(), static_cast<int32_t>(strlen(text.get())));
 }
@@ -83,14 +84,18 @@ int32_t Server::Answer(_grpc_t* context, const char* text, int32_t length) {
     const int32_t code = cJSON_GetObjectValueInt(EngineError(context->json), "errorcode");
 
     // An unknown name with an empty password is a guess, too: of the name.
-    const bool wrong = code == GRPC_ERR_USER ||
-                       (code == GRPC_ERR_POWER && m_guard.FindAccount(name) == nullptr);
-    std::string blocked;
-    if (signed_call && wrong) blocked = m_guard.Judge(peer, name, false);
-    const int32_t sent = blocked.empty() ? g_send_response.load()(context, text, length)
-                                         : SendError(context, kRefused, blocked);
+    const bool wrong =
+        code == GRPC_ERR_USER || (code == GRPC_ERR_POWER && m_guard.FindAccount(name) == nullptr);
+    const std::string blocked =
+        signed_call && wrong ? m_guard.Judge(peer, name, false) : m_guard.Blocked(peer, name);
+    if (!blocked.empty()) {
+        // Right or wrong, the answer is the same to the last byte.
+        HangUp(context);
+        return SendError(context, kRefused, blocked) < 0 ? -1 : length;
+    }
+    const int32_t sent = g_send_response.load()(context, text, length);
     if (!m_guard.Blocked(peer, name).empty()) HangUp(context);
-    return blocked.empty() || sent < 0 ? sent : length;
+    return sent;
 }
 
 }  // namespace hydevice

@@ -100,6 +100,26 @@ void ReadAccounts(Reader& reader, std::vector<grpcUser_t>& accounts) {
     if (accounts.empty()) reader.Complain("accounts", "name", "there is no account");
 }
 
+constexpr int kNoLimit = 0;
+
+const struct {
+    const char* key;
+    int HCNetLimits::*limit;
+    int most;
+} kLimits[] = {
+    {"max_clients", &HCNetLimits::max_clients, 10000},
+    {"max_clients_per_address", &HCNetLimits::max_clients_per_address, 10000},
+    {"max_packet_bytes", &HCNetLimits::max_packet_bytes, 1 << 30},
+    {"login_sec", &HCNetLimits::login_sec, 3600},
+    {"packet_sec", &HCNetLimits::packet_sec, 3600},
+    {"max_unsent_bytes", &HCNetLimits::max_unsent_bytes, 1 << 30},
+    {"unsent_sec", &HCNetLimits::unsent_sec, 3600},
+    {"min_bytes_per_sec", &HCNetLimits::min_bytes_per_sec, 1 << 30},
+    {"stranger_records_per_sec", &HCNetLimits::stranger_records_per_sec, 1000000},
+    {"max_pending_logins", &HCNetLimits::max_pending_logins, 10000},
+    {"backlog", &HCNetLimits::backlog, 65535},
+};
+
 // Relative names are looked for beside the settings file.
 std::string BesideFile(const std::string& path, const std::string& name) {
     const size_t slash = path.rfind('/');
@@ -111,6 +131,20 @@ std::string BesideFile(const std::string& path, const std::string& name) {
 
 std::vector<grpcUser_t> DefaultAccounts() {
     return {Account("admin", 0, "admin-secret"), Account("guest", 2, "guest-secret")};
+}
+
+HCNetLimits DefaultLimits() {
+    HCNetLimits limits;
+    limits.max_clients = 250;
+    limits.max_clients_per_address = 250;
+    limits.max_packet_bytes = 17 << 20;
+    limits.login_sec = 10;
+    limits.packet_sec = 60;
+    limits.max_unsent_bytes = 32 << 20;
+    limits.unsent_sec = 60;
+    limits.min_bytes_per_sec = 1000;
+    limits.stranger_records_per_sec = 10;
+    return limits;
 }
 
 bool LoadSettings(const std::string& path, Settings& settings, std::string& error) {
@@ -129,6 +163,8 @@ bool LoadSettings(const std::string& path, Settings& settings, std::string& erro
     reader.Number("login", "token_seconds", 1, 86400, settings.token_seconds);
     const int accounts = static_cast<int>(settings.accounts.size());
     reader.Number("login", "max_tokens", accounts, 100000, settings.max_tokens);
+    for (const auto& row : kLimits)
+        reader.Number("limits", row.key, kNoLimit, row.most, settings.limits.*row.limit);
     reader.Text("log", "dir", settings.log_folder);
     reader.Number("log", "bytes", 1024, 1 << 30, settings.log_bytes);
     reader.Number("log", "files", 1, 10000, settings.log_files);
