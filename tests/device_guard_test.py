@@ -6,6 +6,7 @@ usage: device_guard_test.py [EMULATOR...] HYDEVICE
 import contextlib
 import hashlib
 import json
+import os
 import pathlib
 import re
 import socket
@@ -23,6 +24,9 @@ ACCOUNTS = {"admin": "0;root", "guest": "2;visitor"}
 FAILED, NO_POWER, REFUSED = -32605, -32604, -2
 SIDE = 4096
 PATIENCE = 30  # seconds
+# An address sanitizer keeps what is freed; little of it, where memory is measured.
+ENVIRONMENT = {**os.environ,
+               "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":quarantine_size_mb=1"}
 
 
 def settings(accounts=None, **sections):
@@ -37,12 +41,19 @@ def memory_mib(pid):
 
 
 class Caller:
-    """A connection from one of the loopback addresses, logged in or refused with a text."""
+    """A connection from one of the loopback addresses, logged in or refused with a text.
 
-    def __init__(self, port, host="127.0.0.1", record=b"owner;908172"):
-        self.socket = socket.create_connection(("127.0.0.1", port), PATIENCE, (host, 0))
+    `place` is a port or the name of a local socket.
+    """
+
+    def __init__(self, place, host="127.0.0.1"):
+        if place.isdigit():
+            self.socket = socket.create_connection(("127.0.0.1", place), PATIENCE, (host, 0))
+        else:
+            self.socket = socket.socket(socket.AF_UNIX)
+            self.socket.connect("\0" + place.ljust(107, "\0"))  # the name fills its field
         self.stream = self.socket.makefile("rwb")
-        send_packet(self.stream, LOGIN, record)
+        send_packet(self.stream, LOGIN, b"owner;908172")
         self.welcome = receive_packet(self.stream)[1].decode()
 
     def __enter__(self):
@@ -97,15 +108,16 @@ class Case(unittest.TestCase):
                 ini.write(settings(**sections))
             self.output = pathlib.Path(folder, "out")
             with self.output.open("w", encoding="latin1") as out, \
-                    subprocess.Popen(HYDEVICE + [ini.name], stdout=out, stderr=out) as process:
+                    subprocess.Popen(HYDEVICE + [ini.name], stdout=out, stderr=out,
+                                     env=ENVIRONMENT) as process:
                 try:
                     self.pid, deadline = process.pid, time.monotonic() + 20
-                    while not (at := re.search(r"^listening at .*:(\d+)\n", self.printed(), re.M)):
+                    while not (at := re.search(r"^listening at .*:(.*)\n", self.printed(), re.M)):
                         self.assertIsNone(process.poll())
                         self.assertLess(time.monotonic(), deadline)
                         time.sleep(0.02)
-                    self.port = int(at[1])
-                    yield lambda *words: Caller(self.port, *words)
+                    self.place = at[1]
+                    yield lambda *words: Caller(self.place, *words)
                 finally:
                     process.terminate()
                     self.assertEqual(process.wait(30), 0)
@@ -183,6 +195,14 @@ class Guessing(Case):
                 with connect("127.0.0.2") as caller:
                     self.assertEqual(caller.code("config_get", None, user, password), 0)
                     self.assertEqual(caller.log_in(user, password)["error"]["errorcode"], 0)
+
+    def test_a_user_of_this_machine_is_a_peer_like_an_address(self):
+        name = f"device-guard-{os.getpid()}"
+        with self.device(net={"unix": name}, login={"max_peer_failures": 1}) as connect:
+            with connect() as caller:
+                self.assertEqual(caller.code("config_get", None, "admin", "guess"), FAILED)
+            with connect() as late:
+                self.assertRegex(late.welcome, r"^blocked for another \d+ s$")
 
     def test_a_block_ends(self):
         with self.device(login={"max_failures": 1, "lock_seconds": 1}) as connect:
@@ -291,7 +311,7 @@ class Limits(Case):
 
     def test_logins_and_requests_that_do_not_come_to_an_end_are_cut_off(self):
         with self.device(limits={"login_sec": 1, "packet_sec": 1}) as connect, connect() as caller, \
-                socket.create_connection(("127.0.0.1", self.port), PATIENCE) as silent:
+                socket.create_connection(("127.0.0.1", self.place), PATIENCE) as silent:
             self.assertEqual(silent.recv(1), b"")
             self.assert_hung_up(caller, struct.pack(">III", DATA, 0, 1000) + b"{")
 

@@ -37,7 +37,7 @@ std::string Guard::Blocked(const std::string& peer, const std::string& name) {
 
 std::string Guard::Judge(const std::string& peer, const std::string& name, bool right) {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    const std::string blocked = Blocked(peer, name);
+    std::string blocked = Blocked(peer, name);
     if (!blocked.empty()) return blocked;
     if (right) {
         m_accounts.LoginSuccess(Key(peer, name).c_str());
