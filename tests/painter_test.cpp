@@ -295,6 +295,27 @@ TEST_F(Painter, NumbersBeyondEveryCanvasAreHarmless) {
     }
 }
 
+// Where glyphs are twice their size, no outline reaches past a gap into other text: it may be drawn
+// once, with the last text.
+TEST_F(Painter, OneOutlineServesAllTextsOfAColour) {
+    LoadFonts(16, 282768, 1536);
+    for (const int size : {32, 48, 64}) {
+        GuardedCanvas screens[] = {{600, 340, 32, {}, true}, {600, 340, 32, {}, true}};
+        for (GuardedCanvas& screen : screens) {
+            painter.SetCanvas(&screen);
+            painter.SetColor(0xFFFDFDFD, 0xFF22303C);
+            painter.SetFontsize(size);
+            for (int i = 0; i < 4; i++) {
+                painter.SetBorder(i == 3 || &screen == screens, 0xFF000000);
+                painter.DrawText("Text \xB0\xA1\xC4\xE3 " + std::to_string(i), 9,
+                                 9 + i * (size + 5));
+            }
+        }
+        EXPECT_EQ(memcmp(screens[0].Buffer(), screens[1].Buffer(), screens[0].BufferSize()), 0)
+            << size;
+    }
+}
+
 // Whole pictures, the same on every machine.
 TEST_F(Painter, PicturesKeepTheirChecksums) {
     struct OpenPainter : HCPainter {

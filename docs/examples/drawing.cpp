@@ -3,17 +3,30 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
+
+constexpr int kWidth = 320, kHeight = 240;
+
 static uint32_t PixelAt(const HCanvas& canvas, int x, int y) {
     uint32_t pixel;
     memcpy(&pixel, canvas.Buffer() + y * canvas.Stride() + x * 4, sizeof pixel);
     return pixel;
 }
 
+// The frame of something found, cut to the canvas: a side that leaves it would be missing.
+static void DrawFrame(HCPainter& painter, const HRect_t& box) {
+    const int left = std::max(box.x, 0), right = std::min(box.x + box.w, kWidth);
+    const int top = std::max(box.y, 0), bottom = std::min(box.y + box.h, kHeight);
+    if (left < right && top < bottom) painter.DrawRect({left, top, right - left, bottom - top});
+}
+
 static void DrawShapes(HCPainter& painter) {
-    // The frame of something found, 160 x 80, and a region that somebody must not enter.
+    // Two frames, and a region that people must not enter.
     painter.SetColor(0xFF4FC3F7, 0xFF22303C);
     painter.SetRectType(1);
-    painter.DrawRect({40, 60, 160, 80});
+    DrawFrame(painter, {40, 60, 160, 80});
+    painter.SetRectType(0);
+    DrawFrame(painter, {200, 160, 160, 60});
 
     const HPoint_t region[] = {{240, 60}, {300, 80}, {280, 140}, {230, 120}};
     painter.SetColor(0xFFE57373, 0xFF22303C);
@@ -26,22 +39,26 @@ static void DrawShapes(HCPainter& painter) {
     painter.DrawIcon(ICON_WIFI, 2, 80, 180);
 }
 
+// The outline of the last text is that of all texts in its colour.
+static void DrawLabels(HCPainter& painter) {
+    painter.SetColor(0xFFFDFDFD, 0xFF22303C);
+    painter.SetFontsize(32);
+    painter.DrawText("Camera 1", 0, 0);  // the padding moves it to (8, 8)
+    painter.SetBorder(1, 0xFF000000);
+    painter.DrawText("12:34:56", 180, 0);
+}
+
 // Arguments: the two-byte font and the single-byte font. Without them no text is drawn.
 int main(int argc, char** argv) {
-    HSize_t screen = {320, 240};
+    HSize_t screen = {kWidth, kHeight};
     HCanvas canvas;
-    canvas.Create({0, 0, 320, 240}, {8, 8, 8, 8}, nullptr, &screen, nullptr);
+    canvas.Create({0, 0, kWidth, kHeight}, {8, 8, 8, 8}, nullptr, &screen, nullptr);
     canvas.Clear();
 
     HCPainter painter;
     painter.SetCanvas(&canvas);
     DrawShapes(painter);
-    if (argc == 3 && HCPainter::LoadFontFile(argv[1], argv[2]) == 0) {
-        painter.SetColor(0xFFFDFDFD, 0xFF22303C);
-        painter.SetBorder(1, 0xFF000000);
-        painter.SetFontsize(24);
-        painter.DrawText("Camera 1", 0, 0);  // the padding moves it to (8, 8)
-    }
+    if (argc == 3 && HCPainter::LoadFontFile(argv[1], argv[2]) == 0) DrawLabels(painter);
 
     const struct {
         int x, y;
@@ -52,9 +69,11 @@ int main(int argc, char** argv) {
         {299, 41, 0xFFECEFF1, "and has two rows on a small canvas"},
         {300, 40, 0, "its end is not drawn"},
         {300, 42, 0, "and there is no third row"},
-        {40, 60, 0xFF4FC3F7, "a corner of the frame"},
+        {40, 60, 0xFF4FC3F7, "a corner of the first frame"},
         {58, 60, 0xFF4FC3F7, "the end of its arm, of 160 / 8 pixels"},
         {120, 60, 0, "between the corners"},
+        {319, 200, 0xFF4FC3F7, "the right side of the other, at the edge"},
+        {318, 200, 0, "it is one column wide there"},
         {240, 60, 0xFFE57373, "a corner of the region"},
         {43, 201, 0xFFECEFF1, "the first bar of the signal, lit"},
         {67, 185, 0xFF525252, "the fifth, unlit"},

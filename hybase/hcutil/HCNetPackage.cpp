@@ -17,6 +17,7 @@
 
 #include "hybase/hcutil/package_state.h"
 #include "hybase/hcutil/packet_io.h"
+#include "hybase/hcutil/receive_buffer.h"
 #include "hybase/hcutil/server_login.h"
 #include "hybase/hcutil/socket_inside.h"
 
@@ -112,7 +113,7 @@ HCNetPackage::~HCNetPackage() {
     // Nobody else is here any more, so no lock: SendPkg may have left m_hSendMutex locked.
     if (m_pSocket != nullptr) m_pSocket->Close();
     delete m_pSocket;
-    delete[] m_pRecvBuf;
+    DeleteReceiveBuffer(m_pRecvBuf, m_nRecvBufSize);
     delete[] m_pPasswd;
     arch_mutex_delete(m_hSendMutex);
 }
@@ -133,10 +134,14 @@ void HCNetPackage::TellToStop() {
     if (m_hThread != nullptr) CutLink();
 }
 
-void HCNetPackage::CutLink() {
+// `drop_unsent`: a send has failed.
+void HCNetPackage::CutLink(bool drop_unsent) {
     if (m_pState == nullptr) return;
     const std::lock_guard<std::mutex> lock(m_pState->descriptor);
-    if (HCSocket* sock = Socket()) SocketInside::Cut(*sock, m_nConnectState != NPS_CONNECTING);
+    HCSocket* sock = Socket();
+    if (sock == nullptr) return;
+    if (drop_unsent) SocketInside::DropUnsent(*sock);
+    SocketInside::Cut(*sock, m_nConnectState != NPS_CONNECTING);
 }
 
 bool HCNetPackage::InUse() const {
@@ -279,8 +284,8 @@ int HCNetPackage::_getPackage(unsigned int& flag, unsigned int& type, int& len, 
     if ((m_pRecvBuf == nullptr || capacity > m_nRecvBufSize) && !AllocRecvBuf(capacity)) return -1;
 
     TransferWatch watch = TransferWatch::Receiving(m_pState->limits);
-    const bool in_time = SocketInside::IsOurs(*m_pSocket) &&
-                         TransferWatch::ForReceiving(m_pState->limits);
+    const bool in_time =
+        SocketInside::IsOurs(*m_pSocket) && TransferWatch::ForReceiving(m_pState->limits);
     int got = in_time ? RecvHeaderInTime(usec, watch, flag, type, len)
                       : RecvHeader(*m_pSocket, m_pRecvBuf, kPacketHeaderBytes, usec, __func__, flag,
                                    type, len);
@@ -317,9 +322,8 @@ int HCNetPackage::RecvPayload(int len, int usec, TransferWatch* watch) {
     }
     for (int got = 0;;) {
         const int part = std::min(len, m_nRecvBufSize) - got;
-        const int result = watch != nullptr
-                               ? RecvInTime(*m_pSocket, m_pRecvBuf + got, part, *watch)
-                               : m_pSocket->RecvAll(m_pRecvBuf + got, part, usec);
+        const int result = watch != nullptr ? RecvInTime(*m_pSocket, m_pRecvBuf + got, part, *watch)
+                                            : m_pSocket->RecvAll(m_pRecvBuf + got, part, usec);
         if (result < 1) return result;
         got += part;
         if (got == len) return len;
@@ -330,30 +334,25 @@ int HCNetPackage::RecvPayload(int len, int usec, TransferWatch* watch) {
 // Doubles the receive buffer, up to `most`, and keeps its first `kept` bytes.
 bool HCNetPackage::GrowRecvBuf(int kept, int most) {
     const int64_t doubled = std::max<int64_t>(int64_t{m_nRecvBufSize} * 2, kFirstGrowthBytes);
-    const int size = static_cast<int>(std::min<int64_t>(doubled, most));
-    char* larger = new (std::nothrow) char[static_cast<size_t>(size) + 1];
-    if (larger == nullptr) {
-        LogNoMemory(most);
-        return false;
-    }
-    memcpy(larger, m_pRecvBuf, static_cast<size_t>(kept));
-    delete[] m_pRecvBuf;
-    m_pRecvBuf = larger;
-    m_nRecvBufSize = size;
-    return true;
+    if (ResizeRecvBuf(static_cast<int>(std::min<int64_t>(doubled, most)), kept)) return true;
+    LogNoMemory(most);
+    return false;
 }
 
-void HCNetPackage::LogNoMemory(int bytes) const {
-    LOG_AS("AllocRecvBuf", HLOG_LEVEL_ERR,
-           "no memory for a packet of %d bytes from [%.64s][%d]\n", bytes, m_szIp, m_nPort);
+bool HCNetPackage::ResizeRecvBuf(int size, int kept) {
+    char* resized = ResizeReceiveBuffer(m_pRecvBuf, m_nRecvBufSize, size, kept);
+    if (resized == nullptr) return false;
+    m_pRecvBuf = resized;
+    m_nRecvBufSize = size;
+    return true;
 }
 
 // Makes the receive buffer anew; its contents are lost. One spare byte behind the capacity is for
 // the zero behind a payload.
 bool HCNetPackage::AllocRecvBuf(int size) {
-    delete[] m_pRecvBuf;
+    DeleteReceiveBuffer(m_pRecvBuf, m_nRecvBufSize);
     m_nRecvBufSize = size;
-    m_pRecvBuf = new (std::nothrow) char[static_cast<size_t>(std::max(size, 0)) + 1];
+    m_pRecvBuf = NewReceiveBuffer(size);
     if (m_pRecvBuf != nullptr) return true;
     LogNoMemory(size);
     m_nRecvBufSize = m_nRecvBufDefSize;  // what the next read asks for
@@ -362,12 +361,12 @@ bool HCNetPackage::AllocRecvBuf(int size) {
 
 // Gives back what a large packet needed. Without memory for the small buffer the large one stays.
 void HCNetPackage::ShrinkRecvBuf() {
-    if (m_nRecvBufSize <= m_nRecvBufDefSize) return;
-    char* small = new (std::nothrow) char[static_cast<size_t>(std::max(m_nRecvBufDefSize, 0)) + 1];
-    if (small == nullptr) return;
-    delete[] m_pRecvBuf;
-    m_pRecvBuf = small;
-    m_nRecvBufSize = m_nRecvBufDefSize;
+    if (m_nRecvBufSize > m_nRecvBufDefSize) ResizeRecvBuf(m_nRecvBufDefSize, 0);
+}
+
+void HCNetPackage::LogNoMemory(int bytes) const {
+    LOG_AS("AllocRecvBuf", HLOG_LEVEL_ERR, "no memory for a packet of %d bytes from [%.64s][%d]\n",
+           bytes, m_szIp, m_nPort);
 }
 
 int HCNetPackage::_ProgressData(char* data, int len) {
@@ -548,6 +547,7 @@ int HCNetPackage::SendPkg(unsigned int type, const char** bufs, const int* lens,
 void HCNetPackage::FinishSend(int sent) {
     if (sent < 0 && m_bRun) {
         LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "SendPkg error: %d, %s\n", errno, strerror(errno));
+        CutLink(true);
         RaiseLost(NPE_DISCONNECTED);
     }
     m_tLastSend = arch_time();
@@ -563,7 +563,7 @@ bool HCNetPackage::TooMuchUnsent() const {
 int HCNetPackage::EndForUnsent() {
     HLOG_ERR("more than %d bytes wait for [%.64s][%d]\n", m_pState->limits.max_unsent_bytes, m_szIp,
              m_nPort);
-    CutLink();
+    CutLink(true);
     LockSending();
     if (m_nConnectState == NPS_READY) RaiseLost(NPE_DISCONNECTED);
     UnlockSending();

@@ -190,7 +190,7 @@ void HCIniSection::Print() const try {
     ::Print("[%s]\n", m_strName.c_str());
     for (const auto* pair : Sorted(m_values))
         ::Print("\t%.*s=%s\n", static_cast<int>(pair->first.size()), pair->first.data(),
-              pair->second.data());
+                pair->second.data());
 } catch (const std::bad_alloc&) {
     return;
 }

@@ -136,9 +136,9 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     /// text.
     void SetPasswdInfo(const char* data, int len);
 
-    /// Limits what the peer may cost: max_packet_bytes, packet_sec, max_unsent_bytes, unsent_sec and
-    /// min_bytes_per_sec; the others are a service's. Call it before the start. A service that has
-    /// limits sets them for its connections.
+    /// Limits what the peer may cost: max_packet_bytes, packet_sec, max_unsent_bytes, unsent_sec
+    /// and min_bytes_per_sec; the others are a service's. Call it before the start. A service that
+    /// has limits sets them for its connections.
     void SetLimits(const HCNetLimits& limits);
     /// @}
 
@@ -265,7 +265,7 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
 
     // Any thread.
     void TellToStop();
-    void CutLink();
+    void CutLink(bool drop_unsent = false);
     bool InUse() const;
     HCSocket* Socket() const;
 
@@ -285,6 +285,7 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     int RecvPayload(int len, int usec, TransferWatch* watch);
     bool AllocRecvBuf(int size);
     bool GrowRecvBuf(int kept, int most);
+    bool ResizeRecvBuf(int size, int kept);
     void ShrinkRecvBuf();
     void LogNoMemory(int bytes) const;
     bool HoldSocket();

@@ -31,9 +31,9 @@
 /// @par Threads
 /// One accepting thread a service, which runs the hooks CheckPasswd() and CreateServer(); each
 /// connection has its own thread. Each client has 5 seconds for each piece of its login, and delays
-/// no other. (Over a socket class that an application derives, logins are read one after the other.)
-/// The connections are kept in the HCObjVector base, which changes on the accepting thread; any
-/// other thread that walks it does so between BeginWalk() and EndWalk().
+/// no other. (Over a socket class that an application derives, logins are read one after the
+/// other.) The connections are kept in the HCObjVector base, which changes on the accepting thread;
+/// any other thread that walks it does so between BeginWalk() and EndWalk().
 ///
 /// Nothing throws. Diagnostics are log records (hlog.h).
 ///
@@ -98,9 +98,10 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
   protected:
     /// Stops accepting, closes the listening socket, stops and disposes of every connection. Takes
     /// less than a second whatever the peers do, unless a hook runs for longer: all connections and
-    /// logins are cut off, without an event and without an ERR record. Call it first in the destructor of every class that derives from this one: the
-    /// threads call CheckPasswd(), CreateServer() and the hooks of the connections, and must not
-    /// find a half-destroyed object. Calling it again does nothing. Not from a hook.
+    /// logins are cut off, without an event and without an ERR record. Call it first in the
+    /// destructor of every class that derives from this one: the threads call CheckPasswd(),
+    /// CreateServer() and the hooks of the connections, and must not find a half-destroyed object.
+    /// Calling it again does nothing. Not from a hook.
     void StopService();
 
     /// Begins a walk: until EndWalk() the connections neither change nor go away. Any thread, hooks
@@ -138,9 +139,9 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
     void UnlockAfterChange();
 
     struct State;
-    std::unique_ptr<State> m_pState;  // null when memory was short: Start fails then
-    bool m_bCutLogins;                // guarded by m_hLoginMutex
-    arch_mutex_t m_hLoginMutex;       // guards the socket of the login under way, too
+    std::unique_ptr<State> m_pState;     // null when memory was short: Start fails then
+    bool m_bCutLogins;                   // guarded by m_hLoginMutex
+    arch_mutex_t m_hLoginMutex;          // guards the socket of the login under way, too
     pthread_rwlock_t m_connectionsLock;  // guards the elements of the HCObjVector base
     std::atomic<int> m_nWaitingChanges;  // threads that wait for a walk to end
 };
