@@ -18,7 +18,9 @@ static std::atomic<time_t> g_now{1000000};
 time_t arch_time() { return g_now; }
 
 // No receive buffer grows beyond a mebibyte here.
-extern "C" void* mremap(void* old, size_t old_size, size_t size, int flags, ...) noexcept {
+extern "C" __attribute__((visibility("default"))) void* mremap(void* old, size_t old_size,
+                                                               size_t size, int flags,
+                                                               ...) noexcept {
     if (size <= 1 << 20)
         return reinterpret_cast<void*>(syscall(SYS_mremap, old, old_size, size, flags));
     errno = ENOMEM;
