@@ -24,6 +24,13 @@ arch_thread_t arch_thread_create(const char* name, void* (*entry)(void*), void* 
 
 namespace {
 
+// Instrumented or emulated, where everything takes many times as long.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__arm__)
+constexpr bool kSlow = true;
+#else
+constexpr bool kSlow = false;
+#endif
+
 std::atomic<int> g_executed{0};
 
 int32_t Count(_grpc_t*) {
@@ -47,6 +54,22 @@ string Zeros(size_t bytes) {
 
 string BigMember(size_t bytes) { return R"({"method":"count","x":")" + string(bytes, 'x') + "\"}"; }
 
+struct Server : HCTCPGrpcServer {
+    ~Server() override { StopService(); }
+    int Clients() {
+        BeginWalk();
+        const int count = GetCnt();
+        EndWalk();
+        return count;
+    }
+    HCNetPackage* Client(int index) {
+        BeginWalk();
+        auto* client = dynamic_cast<HCNetPackage*>(At(index));
+        EndWalk();
+        return client;
+    }
+};
+
 struct Hostile : testing::Test {
     Hostile() {
         signal(SIGPIPE, SIG_IGN);
@@ -62,14 +85,14 @@ struct Hostile : testing::Test {
     }
 
     LogRecords log;
-    std::unique_ptr<HCTCPGrpcServer> server{new HCTCPGrpcServer};
+    std::unique_ptr<Server> server{new Server};
     unsigned short port = 0;
 };
 
 TEST_F(Hostile, PeersDelayNobody) {
     const char* soak = getenv("HYBASE_SOAK_SECONDS");
-    const double seconds = soak != nullptr ? atof(soak) : 1;
-    const size_t mib = 1 << 20;
+    const double seconds = soak != nullptr ? atof(soak) : 0.5;
+    const size_t mib = kSlow ? 1 << 16 : 1 << 20;
     const Behaviour behaviours[] = {
         {"nobody", 0, ""},
         {"connect and say nothing", 100, ""},
@@ -125,7 +148,7 @@ TEST_F(Hostile, BroadcastWaitsForAllSlowClientsAtOnce) {
     std::vector<Peer> slow;
     for (int i = 0; i < 8; i++) slow.push_back(LoggedIn(port));
     Peer reader = LoggedIn(port);
-    ASSERT_TRUE(Eventually([&] { return server->GetCnt() == 9; }));
+    ASSERT_TRUE(Eventually([&] { return server->Clients() == 9; }));
     std::unique_ptr<cJSON, decltype(&cJSON_Delete)> json(cJSON_CreateObject(), cJSON_Delete);
     cJSON_AddStringToObject(json.get(), "x", string(8 << 20, 'x').c_str());
     std::atomic<int> result{0};
@@ -143,23 +166,33 @@ TEST_F(Hostile, BroadcastWaitsForAllSlowClientsAtOnce) {
     for (Peer& peer : slow) EXPECT_TRUE(peer.HungUp());
 }
 
+// What has come of a packet that is not whole within half a second is lost: the hook looks then.
+struct Watched : HCNetPackage {
+    ~Watched() override { StopThread(); }
+    void TimerTick_Nodata(unsigned int) override { buffer = m_nRecvBufSize; }
+    static inline std::atomic<int> buffer{0};
+};
+
+struct WatchedService : HCNetPackageService {
+    ~WatchedService() override { StopService(); }
+    HCNetPackage* CreateServer() override { return new Watched; }
+};
+
 TEST_F(Hostile, BuffersFollowWhatHasCome) {
-    Serve();
+    WatchedService service;
+    ASSERT_EQ(service.Start(10240, "127.0.0.1", 0), 0);
+    port = BoundPort(*service.m_pListenSocket);
     const string mib(1 << 20, 'm');
-    Peer announced = LoggedIn(port), partial = LoggedIn(port);
-    announced.Send(LongPacket(mib, INT32_MAX));
-    partial.Send(LongPacket(mib, (1 << 20) + 1));
-    const auto buffers = [&] {
-        std::vector<int> sizes;
-        for (int i = 0; i < server->GetCnt(); i++)
-            sizes.push_back(dynamic_cast<HCNetPackage*>(server->At(i))->m_nRecvBufSize);
-        return sizes;
-    };
-    const double before = MemoryMiB("VmSize:");
-    std::this_thread::sleep_for(100ms);
-    EXPECT_LT(MemoryMiB("VmSize:") - before, 64);
-    // What did not come whole within half a second is given back.
-    EXPECT_TRUE(Eventually([&] { return buffers() == std::vector<int>{10240, 10240}; }));
+    for (const int64_t announced : {int64_t(INT32_MAX), (int64_t{1} << 20) + 1}) {
+        Peer peer = LoggedIn(port);
+        const double before = MemoryMiB("VmSize:");
+        Watched::buffer = 0;
+        peer.Send(LongPacket(mib, announced));
+        std::this_thread::sleep_for(100ms);
+        EXPECT_LT(MemoryMiB("VmSize:") - before, 1024);
+        EXPECT_TRUE(Eventually([&] { return Watched::buffer != 0; }));
+        EXPECT_EQ(Watched::buffer, 10240);
+    }
 }
 
 TEST_F(Hostile, AllClientsOfADeviceThatHasJustStartedAreServed) {
@@ -210,7 +243,7 @@ TEST_F(Hostile, AdmittedClientWithoutAThreadIsClosedAtOnce) {
     g_no_threads = true;
     Peer peer = LoggedIn(port);
     EXPECT_TRUE(peer.HungUp());
-    EXPECT_EQ(server->GetCnt(), 0);
+    EXPECT_TRUE(Eventually([&] { return server->Clients() == 0; }));
     g_no_threads = false;
     EXPECT_TRUE(CallFor(0, port, kRequest, kResponse).right);
 }
@@ -289,7 +322,7 @@ TEST_F(Limits, ClientsAreCounted) {
     Serve(limits);
     std::vector<Peer> clients;
     for (int i = 0; i < 3; i++) clients.push_back(LoggedIn(port));
-    ASSERT_TRUE(Eventually([&] { return server->GetCnt() == 3; }));
+    ASSERT_TRUE(Eventually([&] { return server->Clients() == 3; }));
     EXPECT_EQ(LoginReply(), "too many clients");
     clients.pop_back();  // it makes room at once, not when it is cleaned away
     EXPECT_TRUE(Eventually([&] { return LoginReply() == "OK"; }));
@@ -297,7 +330,7 @@ TEST_F(Limits, ClientsAreCounted) {
     limits.max_clients = 0;
     EXPECT_TRUE(Eventually([&] {
         server->_CleanServers();
-        return server->GetCnt() == 2;
+        return server->Clients() == 2;
     }));
     Serve(limits);
     EXPECT_EQ(LoginReply(), "too many clients from this address");
@@ -374,8 +407,8 @@ TEST_F(Limits, UnsentBytesEndTheLink) {
     limits.max_unsent_bytes = 1 << 20;
     Serve(limits);
     Peer peer = LoggedIn(port);
-    ASSERT_TRUE(Eventually([&] { return server->GetCnt() == 1; }));
-    auto* connection = dynamic_cast<HCNetPackage*>(server->At(0));
+    ASSERT_TRUE(Eventually([&] { return server->Clients() == 1; }));
+    auto* connection = server->Client(0);
     EXPECT_EQ(connection->SendPkg(1, string(1 << 20, 'x').c_str(), 1 << 20, 0), 1 << 20);
     EXPECT_EQ(connection->SendPkg(1, string((1 << 20) + 1, 'x').c_str(), (1 << 20) + 1, 0), -1);
     EXPECT_TRUE(log.Comes("ERR EndForUnsent: more than 1048576 bytes wait for [127.0.0.1][" +
