@@ -198,14 +198,7 @@ TEST_F(Hostile, BuffersFollowWhatHasCome) {
 TEST_F(Hostile, AllClientsOfADeviceThatHasJustStartedAreServed) {
     Serve();
     std::vector<int> fds;
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    for (int i = 0; i < 200; i++) {
-        fds.push_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
-        connect(fds.back(), reinterpret_cast<sockaddr*>(&address), sizeof address);
-    }
+    for (int i = 0; i < 200; i++) fds.push_back(StartToConnect(port));
     const auto start = std::chrono::steady_clock::now();
     for (int fd : fds) EXPECT_EQ(send(fd, kOwner.data(), kOwner.size(), 0), ssize_t(kOwner.size()));
     char reply[14];
@@ -250,19 +243,10 @@ TEST_F(Hostile, AdmittedClientWithoutAThreadIsClosedAtOnce) {
 
 // Each of these made the end take 5 to 30 seconds, or never come.
 TEST_F(Hostile, StopsWaitForNoPeer) {
-    Listener silent;  // its backlog is full: who connects waits
-    std::vector<std::unique_ptr<HCSocket>> filling;
-    for (int i = 0; i < 8; i++) {
-        filling.emplace_back(new HCSocket);
-        filling.back()->m_nSocket = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-        connect(filling.back()->m_nSocket, reinterpret_cast<sockaddr*>(&silent.m_addr4),
-                sizeof silent.m_addr4);
-    }
-    silent.m_addr4.sin_port = htons(silent.port);
-    for (auto& sock : filling)
-        connect(sock->m_nSocket, reinterpret_cast<sockaddr*>(&silent.m_addr4),
-                sizeof silent.m_addr4);
-
+    Listener silent;  // its backlog is full: a client that connects waits
+    std::vector<int> filling;
+    for (int i = 0; i < 8; i++) filling.push_back(StartToConnect(silent.port));
+    std::this_thread::sleep_for(50ms);
     Serve();
     const string unread = kOwner + LongPacket(BigMember(8 << 20));
     const Behaviour behaviours[] = {{"unread", 12, unread},
@@ -289,6 +273,7 @@ TEST_F(Hostile, StopsWaitForNoPeer) {
         timed("client that is connecting", [&] { client.reset(); });
     }
     for (const string& record : log.Take()) EXPECT_NE(record.substr(0, 3), "ERR") << record;
+    for (int fd : filling) close(fd);
 }
 
 TEST_F(Hostile, ServiceListensAtIPv4AddressesOnly) {

@@ -64,12 +64,12 @@ int PacketBroadcast::Send(unsigned int type, const char* data, int length, int w
 void PacketBroadcast::Begin(Entry& entry, unsigned int type, const Pieces& pieces) {
     HCNetPackage& connection = *entry.connection;
     HCNetPackage::State& state = *connection.m_pState;
-    if (!connection.TryLockSending()) {
-        const int limit = state.limits.max_unsent_bytes;
-        // Waiting in line would exceed the limit: SendPkg ends the link.
-        if (limit > 0 && state.unsent + pieces.Bytes() > limit) entry.stage = Stage::kAlone;
+    const int limit = state.limits.max_unsent_bytes;
+    if (limit > 0 && state.unsent + pieces.Bytes() > limit) {
+        entry.stage = Stage::kAlone;  // SendPkg ends the link
         return;
     }
+    if (!connection.TryLockSending()) return;
     const HCSocket* sock = connection.Socket();
     if (connection.m_nConnectState != NPS_READY || sock == nullptr ||
         !SocketInside::IsOurs(*sock)) {

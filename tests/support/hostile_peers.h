@@ -22,6 +22,17 @@ inline string LongPacket(const string& payload, int64_t announced = -1, char fla
     return packet + payload;
 }
 
+// A descriptor that is connecting to the port, without waiting for it.
+inline int StartToConnect(unsigned short port) {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    return fd;
+}
+
 struct Behaviour {
     const char* name;
     int peers;
@@ -72,14 +83,7 @@ class Swarm {
         const ssize_t got = recv(peer.fd, heard, sizeof heard, flags);
         if (got == 0 || (got < 0 && errno != EAGAIN && errno != ENOTCONN)) Leave(peer);
     }
-    void Come(One& peer) {
-        peer = {socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0), 0};
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port_);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        connect(peer.fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    }
+    void Come(One& peer) { peer = {StartToConnect(port_), 0}; }
     void Leave(One& peer) {
         if (peer.fd < 0) return;
         close(peer.fd);
