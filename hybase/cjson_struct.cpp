@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "hybase/cjson_add.h"
 #include "hybase/print.h"
 
 namespace {
@@ -74,17 +75,26 @@ bool IsSingle(int32_t type) {
     return type >= KINFO_U8 && type <= KINFO_BOOL && type != KINFO_ARRAY && type != KINFO_VECTOR;
 }
 
+bool NotSupported(int32_t type) {
+    Print(" %d Not Support\n", type);
+    return false;
+}
+
+// Whether the structures of the row's table fit into the member, whose size a row written by hand
+// may leave at 0; says when they do not.
+bool Fits(const kinfo_t& row, int32_t count) {
+    const int64_t bytes = int64_t{count} * StructSize(row.sub_key);
+    return row.size <= 0 || bytes <= row.size || NotSupported(KINFO_OBJECT);
+}
+
 // Whether the elements of an array or vector can be converted; says once a row when they cannot.
 bool HasElements(const kinfo_t& row) {
-    if (!IsSingle(row.sub_type)) {
-        Print(" %d Not Support\n", row.sub_type);
-        return false;
-    }
+    if (!IsSingle(row.sub_type)) return NotSupported(row.sub_type);
     if (row.sub_type == KINFO_OBJECT && !row.sub_key) {
         Print("ERROR: kinfo[i].sub_key should not be NULL\n");
         return false;
     }
-    return true;
+    return row.type != KINFO_ARRAY || row.sub_type != KINFO_OBJECT || Fits(row, row.count);
 }
 
 Shape ArrayElement(const kinfo_t& row) {
@@ -105,9 +115,8 @@ void FillStruct(const kinfo_t* table, const cJSON* object, char* base);
 
 void FillString(const char* text, char* at, int32_t size) {
     if (size <= 0) return;
-    const size_t length = text ? strnlen(text, size - 1) : 0;
-    if (length > 0) memcpy(at, text, length);
-    at[length] = 0;
+    // Zeros up to the end: of a password that was longer nothing stays.
+    strncpy(at, text ? text : "", size);
     at[size - 1] = 0;
 }
 
@@ -138,14 +147,8 @@ void FillSingle(const Shape& shape, const cJSON* item, char* at) {
 }
 
 void FillElement(const Shape& shape, const cJSON* item, char* at) {
-    if (shape.type == KINFO_STRING) {
-        // Unlike a single string, an element is written whole: zeros fill what the text leaves.
-        if (shape.size == 0) return;
-        strncpy(at, item->valuestring ? item->valuestring : "", shape.size);
-        at[shape.size - 1] = 0;
-    } else if (shape.type == KINFO_STRPTR || !cJSON_IsNull(item)) {
-        FillSingle(shape, item, at);
-    }
+    const bool is_text = shape.type == KINFO_STRING || shape.type == KINFO_STRPTR;
+    if (is_text || !cJSON_IsNull(item)) FillSingle(shape, item, at);
 }
 
 // Elements lie shape.size bytes apart.
@@ -203,7 +206,7 @@ void FillStruct(const kinfo_t* table, const cJSON* object, char* base) {
             if (HasElements(*row)) FillElements(ArrayElement(*row), item, row->count, at);
         } else if (row->type == KINFO_VECTOR) {
             FillVector(*row, item, at);
-        } else {
+        } else if (row->type != KINFO_OBJECT || Fits(*row, 1)) {
             FillSingle({row->type, row->size, row->sub_key}, item, at);
         }
     }
@@ -241,11 +244,11 @@ void* FillArray(const char* call, const kinfo_t* table, const cJSON* items, void
 // How keys and strings come into a tree: as copies, or borrowed from table and structure for a tree
 // that is deleted before the call returns.
 struct Maker {
-    cJSON_bool (*add)(cJSON* object, const char* key, cJSON* item);
+    bool (*add)(cJSON* object, const char* key, cJSON* item);
     cJSON* (*string)(const char* text);
 };
-constexpr Maker kCopying{cJSON_AddItemToObject, cJSON_CreateString};
-constexpr Maker kBorrowing{cJSON_AddItemToObjectCS, cJSON_CreateStringReference};
+constexpr Maker kCopying{AddItem, cJSON_CreateString};
+constexpr Maker kBorrowing{AddItemWithConstantKey, cJSON_CreateStringReference};
 
 cJSON* ObjectOf(const Maker& maker, const kinfo_t* table, const char* base);
 
@@ -331,8 +334,9 @@ cJSON* MemberOf(const Maker& maker, const kinfo_t& row, const char* at) {
         return ItemsOf(maker, {row.sub_type, 0, row.sub_key},
                        static_cast<const HVector*>(Load<const void*>(at)));
     }
+    if (row.type == KINFO_OBJECT && !Fits(row, 1)) return nullptr;
     if (IsSingle(row.type)) return SingleOf(maker, {row.type, row.size, row.sub_key}, at);
-    Print(" %d Not Support\n", row.sub_type);
+    NotSupported(row.sub_type);
     return nullptr;
 }
 

@@ -49,6 +49,8 @@ kinfo_t Vector(int32_t type, int32_t item_size, const kinfo_t* table = nullptr) 
 const char kNoTable[] =
     "ERROR: kinfo[i].sub_key should not be NULL\nERROR: kinfo[i].sub_key should not be NULL\n";
 
+const char kTooLarge[] = " 11 Not Support\n 11 Not Support\n";
+
 // Each case reads {"v": json} into bytes of `fill` and writes the structure again.
 const struct {
     kinfo_t row;
@@ -85,6 +87,9 @@ const struct {
      R"([{"name":"","number":0},{"name":"","number":256}])"},
     {Array(KINFO_OBJECT, 4, 40, port_table), "[]", "[]"},
     {Array(KINFO_OBJECT, 4, 40), "[{},{}]", nullptr, kNoTable},
+    // The table of a structure that is larger than the member.
+    {Single(KINFO_OBJECT, 9, port_table), "{}", nullptr, kTooLarge},
+    {Array(KINFO_OBJECT, 4, 39, port_table), "[{}]", nullptr, kTooLarge},
     {Array(KINFO_ARRAY, 2), "[1,2]", nullptr, " 12 Not Support\n 12 Not Support\n"},
     {Vector(KINFO_U8, 1), "[1,null,300]", "[1,44]"},
     {Vector(KINFO_U32, 4), "[-1]", "[4294967295]"},
@@ -142,7 +147,7 @@ TEST(CjsonStruct, TextsAreFormattedAndStringsEndWithTheirMember) {
     EXPECT_EQ(memcmp(s->names, "a\0\0\0b\0\0", 8), 0);
     memset(s, 'x', sizeof s->text + sizeof s->names);
     cjson_json2object(string_table, Tree(cJSON_Parse(R"({"text":"t","names":["a"]})")).get(), s);
-    EXPECT_EQ(memcmp(s->text, "t\0x\0a\0\0\0xxxx", 12), 0);
+    EXPECT_EQ(memcmp(s->text, "t\0\0\0a\0\0\0xxxx", 12), 0);
     memset(s->text, 't', sizeof s->text);
     EXPECT_EQ(Taken(cjson_object2string(string_table, s)),
               "{\n\t\"text\":\t\"tttt\",\n\t\"names\":\t[\"a\", \"xxxx\"],\n\t\"heap\":\t\"h\",\n"

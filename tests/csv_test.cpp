@@ -1,6 +1,9 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <hybase/hcutil/HCCsv.h>
 #include <hybase/hlog.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <utility>
@@ -81,6 +84,18 @@ TEST_F(Csv, CellsOutsideTheTableAreRecordedAndEmpty) {
                                  " not in[1,2], col:" + std::to_string(col) + " not in[1,3]\n");
     }
     EXPECT_EQ(csv.getrow("a") + csv.getcol("a") + csv.parseCsv(), -3);
+}
+
+// Not even opened: that would wait for the writer of a pipe.
+TEST_F(Csv, PipesAreNotWaitedFor) {
+    const TempFile name("");
+    const std::string pipe = name.path + ".pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    alarm(10);
+    EXPECT_EQ(csv.Open(pipe.c_str()), -1);
+    alarm(0);
+    EXPECT_EQ(open(pipe.c_str(), O_WRONLY | O_NONBLOCK), -1);  // nobody reads it
+    unlink(pipe.c_str());
 }
 
 TEST_F(Csv, FailedOpenIsRecorded) {

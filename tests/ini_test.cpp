@@ -104,6 +104,46 @@ TEST_F(Ini, LoadReplacesAllSectionsOrNone) {
     EXPECT_EQ(Printed(), "");
 }
 
+TEST_F(Ini, SectionsOfAnySizeKeepTheirFirstValues) {
+    std::string text = "[s]\n";
+    const int keys = 5000;
+    for (const char* value : {"=first\n", "=second\n"})
+        for (int i = 0; i < keys; i++) text += "k" + std::to_string(i) + value;
+    ASSERT_EQ(ini.Parse(text), 0);
+    std::string value;
+    for (int i = 0; i < keys; i++) {
+        ASSERT_EQ(ini.GetValue("s", "k" + std::to_string(i), value), 0);
+        ASSERT_EQ(value, "first");
+    }
+    EXPECT_EQ(ini.GetValue("s", "k5000", value), -1);
+}
+
+// The CPU time of loading so many keys. Bit i of a key's number flips the highest bits in the words
+// 2i and 2i + 1 of its text, in a pattern that a multiplication does not spread.
+clock_t LoadTime(int bits, const char* first_flip, const char* second_flip) {
+    std::string text = "[s]\n";
+    for (unsigned number = 0; number < 1u << bits; number++) {
+        for (int i = 0; i < bits; i++) {
+            const bool flip = (number >> i & 1) != 0;
+            text.append(flip ? first_flip : "aaaaaaaa").append(flip ? second_flip : "aaaaaaaa");
+        }
+        text += "=1\n";
+    }
+    const TempFile file(text);
+    HCParseIni ini;
+    const clock_t start = clock();
+    EXPECT_EQ(ini.LoadFile(file.path), 0);
+    return clock() - start;
+}
+
+TEST_F(Ini, ChosenKeysCollideNoMoreThanOthers) {
+    const clock_t others = LoadTime(14, "aaaaaaab", "aaaaaaac");
+    EXPECT_LT(LoadTime(14, "aaaaaaa\xE1",
+                       "aaa\xE1"
+                       "aaa\xE1"),
+              10 * others + CLOCKS_PER_SEC / 10);
+}
+
 TEST_F(Ini, PipeIsReadToItsEnd) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 #include <hybase/hcutil/HCNetPackage.h>
 #include <signal.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
-#include <new>
 
 #include "support/log_records.h"
 #include "support/loopback.h"
@@ -15,9 +17,14 @@ using namespace std::chrono_literals;
 static std::atomic<time_t> g_now{1000000};
 time_t arch_time() { return g_now; }
 
-// No single allocation of a mebibyte finds memory here.
-void* operator new[](size_t size, const std::nothrow_t&) noexcept {
-    return size < 1u << 20 ? ::operator new[](size) : nullptr;
+// No receive buffer grows beyond a mebibyte here.
+extern "C" __attribute__((visibility("default"))) void* mremap(void* old, size_t old_size,
+                                                               size_t size, int flags,
+                                                               ...) noexcept {
+    if (size <= 1 << 20)
+        return reinterpret_cast<void*>(syscall(SYS_mremap, old, old_size, size, flags));
+    errno = ENOMEM;
+    return MAP_FAILED;
 }
 
 namespace {
@@ -180,7 +187,7 @@ TEST_F(Package, BadHeadersEndTheLinkAndTheClientComesBack) {
         {"no header...", "ERR _getPackage: receive data err.flag=[1852776552]\n"},
         {Bytes("\xA5\x5A\x5A\xA5\0\0\0\0\xFF\xFF\xFF\xFF"),
          "ERR _getPackage: receive data err.len=[-1]\n"},
-        {Bytes("\xA5\x5A\x5A\xA5\0\0\0\0\x7F\xFF\xFF\xFF") + string(1 << 20, 'x'),
+        {Bytes("\xA5\x5A\x5A\xA5\0\0\0\0\x7F\xFF\xFF\xFF") + string((1 << 20) + 4096, 'x'),
          "ERR AllocRecvBuf: no memory for a packet of 2147483647 bytes from [127.0.0.1][" +
              to_string(listener.port) + "]\n"},
     };
@@ -259,6 +266,8 @@ TEST_F(Package, SeveralThreadsSendWhileTheClientReconnects) {
 TEST_F(Package, PacketsAreTakenOutOfABlock) {
     string block = Bytes("\xA5\x5A\x5A\xA5\0\0\0\1\0\0\0\3one") + Login("two") + Data("") +
                    Bytes("\xA5\x5A\x5A\xA5\0\0\0\4\xFF\xFF\xFF\xFF");
+    EXPECT_EQ(client._ProgressData(block.data() + 3, 8), -1);
+    EXPECT_EQ(log.Take(), Lines{"ERR _ProgressData: ERROR: Data wrong\n"});
     const int cases[][3] = {{0, 11, -1},  {0, 14, -1},  {0, 30, 15},
                             {15, 16, 15}, {30, 12, 12}, {42, 12, -1}};
     for (const auto& one : cases)

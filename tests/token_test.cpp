@@ -81,6 +81,11 @@ TEST(Token, IsUsedUpInOnceMode) {
     EXPECT_EQ(TakeLog(), "[TRACE] Have Found Token(" + token +
                              "), Will delete it because Once Mode!\n" +
                              "[TRACE] CheckToken Failed! Can't find the " + token + ",1\n");
+    LoginInfo_t asked{other};  // where the owner is written
+    EXPECT_TRUE(tokens.IsValid(asked.username, &asked));
+    EXPECT_EQ(asked.username, "bert");
+    EXPECT_EQ(TakeLog(),
+              "[TRACE] Have Found Token(" + other + "), Will delete it because Once Mode!\n");
 }
 
 TEST(Token, ExpiredOnesMakeRoomAtTheCap) {

@@ -3,28 +3,21 @@
 
 #include <cjson/cJSON.h>
 #include <hybase/hcutil/HCCsv.h>
-#include <hybase/hcutil/HCLoginErrorMgr.h>
-#include <hybase/hcutil/HCTCPGrpcServer.h>
-#include <hybase/hcutil/HCTokenManager.h>
 
 #include <atomic>
 #include <mutex>
 #include <string>
 
 #include "config.h"
+#include "guard.h"
+#include "server.h"
+#include "sessions.h"
 #include "settings.h"
 
 namespace hydevice {
 
 // The methods that callers may use; ends with a row without a name.
 grpcMethod_t* Methods();
-
-class Server : public HCTCPGrpcServer {
-  public:
-    ~Server() override { StopService(); }
-
-    HCNetPackage* CreateServer() override;
-};
 
 // Handlers of one server never run at the same time; the main thread calls Tick meanwhile.
 class Device {
@@ -45,13 +38,9 @@ class Device {
     bool SetConfig(const cJSON* json, std::string& error);  // as ApplyConfig
 
     // Checks a password. On success a new token and the user's level; otherwise `error` says why
-    // not, and for how long the user is blocked.
-    bool LogIn(const std::string& name, const std::string& password, std::string& token, int& level,
-               std::string& error);
-    bool LogOut(const std::string& token);
-
-    // The user a token belongs to. False when it is not good any more.
-    bool TokenOwner(const std::string& token, std::string& name);
+    // not, and for how long the peer is blocked.
+    bool LogIn(const std::string& peer, const std::string& name, const std::string& password,
+               std::string& token, int& level, std::string& error);
 
     // The table of channels: an array of objects, one a row, with the headings as keys.
     cJSON* ListChannels();
@@ -59,18 +48,20 @@ class Device {
     // Calls served since the start or the last reset.
     std::atomic<int> m_served{0};
 
+    Guard& GetGuard() { return m_guard; }
+    Sessions& GetSessions() { return m_sessions; }  // for handlers
+
   private:
-    const grpcUser_t* FindAccount(const std::string& name) const;
     void ConfigureLog(int level);
     bool LoadChannels();
     bool LoadFonts();
 
     Settings m_settings;
+    Guard m_guard;
+    Sessions m_sessions;
     int m_ticks = 0;
     int m_events = 0;
     int m_log_level = -1;  // in effect
-    HCTokenManager m_tokens;
-    HCLoginErrorMgr m_lockout;
     HCCsv m_channels;
     std::mutex m_mutex;
     Config m_config;  // guarded by m_mutex

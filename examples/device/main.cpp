@@ -1,5 +1,6 @@
 // hydevice: a whole small device, built on the public headers alone.
 
+#include <hybase/hlog.h>
 #include <signal.h>
 #include <stdio.h>
 
@@ -33,6 +34,8 @@ int main(int argc, char** argv) {
         default:
             break;
     }
+    // What peers make the library print must not fill standard output.
+    hlog_set_print(hlog_print_debug);
     sigset_t stop_signals = BlockStopSignals();
     hydevice::Device device(settings);
     std::string error;

@@ -20,7 +20,6 @@ namespace hydevice {
 namespace {
 
 constexpr int32_t kBadParam = -1;
-constexpr int32_t kRefused = -2;
 constexpr int32_t kNoMemory = -3;
 constexpr int kMaxDownload = 16 * 1024 * 1024;
 
@@ -135,11 +134,17 @@ int32_t AccountLogin(_grpc_t* context) {
     const char* password = cJSON_GetObjectValueString(Param(context), "password");
     if (name == nullptr || password == nullptr)
         return Fail(context, kBadParam, "account_login takes name and password");
+    if (strlen(name) >= sizeof(grpcUser_t::name))
+        return Fail(context, kBadParam, "a name has at most 31 characters");
+    Device& device = *Owner(context);
+    const std::string peer = PeerOf(context);
     std::string token;
     std::string error;
     int level = 0;
-    if (!Owner(context)->LogIn(name, password, token, level, error))
+    if (!device.LogIn(peer, name, password, token, level, error)) {
+        if (!device.GetGuard().Blocked(peer, name).empty()) HangUp(context);
         return Fail(context, kRefused, error.c_str());
+    }
     cJSON_AddStringToObject(context->json, "token", token.c_str());
     cJSON_AddNumberToObject(context->json, "level", level);
     return 0;
@@ -152,14 +157,14 @@ std::string Token(_grpc_t* context) {
 }
 
 int32_t Logout(_grpc_t* context) {
-    if (Owner(context)->LogOut(Token(context))) return 0;
+    if (Owner(context)->GetSessions().Delete(Token(context))) return 0;
     return Fail(context, kRefused, "no such token");
 }
 
 // For holders of a good token only.
 int32_t SessionInfo(_grpc_t* context) {
     std::string name;
-    if (!Owner(context)->TokenOwner(Token(context), name))
+    if (!Owner(context)->GetSessions().Owner(Token(context), name))
         return Fail(context, kRefused, "the token is not good, log in again");
     cJSON_AddStringToObject(context->json, "name", name.c_str());
     return 0;
@@ -222,20 +227,29 @@ int32_t Served(_grpc_t* context) {
     return result;
 }
 
+// The same for callers whose digest is right; those that are blocked get nothing by that.
+template <grpcMethodFunc handler>
+int32_t Signed(_grpc_t* context) {
+    const std::string blocked =
+        Owner(context)->GetGuard().Judge(PeerOf(context), context->s_user, true);
+    if (!blocked.empty()) return Fail(context, kRefused, blocked.c_str());
+    return Served<handler>(context);
+}
+
 grpcMethod_t g_methods[] = {
-    {"device_info", Served<DeviceInfo>, 2},
-    {"add", Served<Add>, 2},
-    {"upload", Served<Upload>, 2},
-    {"download", Served<Download>, 2},
+    {"device_info", Signed<DeviceInfo>, 2},
+    {"add", Signed<Add>, 2},
+    {"upload", Signed<Upload>, 2},
+    {"download", Signed<Download>, 2},
     {"account_login", Served<AccountLogin>, 2},
-    {"logout", Served<Logout>, 2},
-    {"session_info", Served<SessionInfo>, 2},
-    {"channel_list", Served<ChannelList>, 2},
-    {"osd_draw", Served<OsdDraw>, 2},
-    {"tlv_status", Served<TlvStatus>, 2},
-    {"config_get", Served<ConfigGet>, 2},
-    {"config_set", Served<ConfigSet>, 0},
-    {"reset_counters", Served<ResetCounters>, 0},
+    {"logout", Signed<Logout>, 2},
+    {"session_info", Signed<SessionInfo>, 2},
+    {"channel_list", Signed<ChannelList>, 2},
+    {"osd_draw", Signed<OsdDraw>, 2},
+    {"tlv_status", Signed<TlvStatus>, 2},
+    {"config_get", Signed<ConfigGet>, 2},
+    {"config_set", Signed<ConfigSet>, 0},
+    {"reset_counters", Signed<ResetCounters>, 0},
     {nullptr, nullptr, 0},
 };
 

@@ -4,6 +4,7 @@
 #include <hybase/hcutil/HCPainter.h>
 #include <iconv.h>
 #include <png.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -17,6 +18,8 @@ namespace {
 constexpr int kMaxSide = 4096;
 constexpr int kMaxCommands = 10000;
 constexpr int kMaxFontSize = 512;
+// What all commands together may cost; see Overlay::Spend.
+constexpr int64_t kMaxPixels = 64000000;
 constexpr size_t kIconvFailed = static_cast<size_t>(-1);
 const iconv_t kNoConverter =
     iconv_t(-1);  // NOLINT(performance-no-int-to-ptr): as iconv_open has it
@@ -45,11 +48,17 @@ class Picture : public HCanvas {
         image.width = static_cast<png_uint_32>(Rect()->w);
         image.height = static_cast<png_uint_32>(Rect()->h);
         image.format = PNG_FORMAT_BGRA;
-        png_alloc_size_t bytes = 0;
-        if (!png_image_write_to_memory(&image, nullptr, &bytes, 0, Buffer(), 0, nullptr))
-            return false;
-        png.resize(bytes);
-        return png_image_write_to_memory(&image, &png[0], &bytes, 0, Buffer(), 0, nullptr) != 0;
+        char* bytes = nullptr;
+        size_t length = 0;
+        // Into a stream: to memory, the picture would be compressed twice, the first time to learn
+        // its length.
+        FILE* stream = open_memstream(&bytes, &length);
+        if (stream == nullptr) return false;
+        bool good = png_image_write_to_stdio(&image, stream, 0, Buffer(), 0, nullptr) != 0;
+        good = fclose(stream) == 0 && good;
+        if (good) png.assign(bytes, length);
+        free(bytes);
+        return good;
     }
 };
 
@@ -158,7 +167,7 @@ class Command {
 
 class Overlay {
   public:
-    explicit Overlay(HCanvas& canvas) {
+    explicit Overlay(HCanvas& canvas) : m_canvas(canvas) {
         m_painter.SetCanvas(&canvas);
         m_painter.SetColor(m_color, m_back);
     }
@@ -189,23 +198,57 @@ class Overlay {
         if (command.Has("color")) m_color = command.Color("color");
         if (command.Has("back")) m_back = command.Color("back");
         m_painter.SetColor(m_color, m_back);
-        if (command.Has("size")) m_painter.SetFontsize(command.Number("size", 1, kMaxFontSize));
+        if (command.Has("size")) m_size = command.Number("size", 1, kMaxFontSize);
+        m_painter.SetFontsize(m_size);
         if (!command.Has("border")) return;
-        const bool none = command.IsNull("border");
-        m_painter.SetBorder(none ? 0 : 1, none ? 0 : command.Color("border"));
+        m_outlined = !command.IsNull("border");
+        m_painter.SetBorder(m_outlined ? 1 : 0, m_outlined ? command.Color("border") : 0);
+    }
+
+    // Calls wait for each other, so one of them must not draw for long. A pixel is what takes 8 ns
+    // at most on a PC; what takes longer counts for more. True when the command may be drawn.
+    bool Spend(Command& command, int64_t pixels) {
+        m_spent += pixels;
+        if (m_spent > kMaxPixels)
+            command.Complain("more than " + std::to_string(kMaxPixels) + " pixels to draw in all");
+        return command.Good();
+    }
+
+    int64_t TextPixels(const std::string& text) const {
+        constexpr int kPerByte = 4;
+        const HSize_t box = HCPainter::BuildTextSize(text, {0, 0, 0, 0}, 0, m_size);
+        const HRect_t& canvas = *m_canvas.Rect();
+        const int64_t drawn = int64_t{std::min(box.w, canvas.w)} * std::clamp(box.h, 0, canvas.h);
+        return drawn + kPerByte * int64_t(text.size()) + (m_outlined ? OutlinePixels(drawn) : 0);
+    }
+
+    // The whole picture is looked through for pixels of the text's colour, to surround each.
+    int64_t OutlinePixels(int64_t drawn) const {
+        constexpr int kThinSize = 16;  // the largest that looks at bytes and may spread over all
+        constexpr int kThin = 16;
+        constexpr int kSurround = 20;
+        const int64_t all = int64_t{m_canvas.Rect()->w} * m_canvas.Rect()->h;
+        if (m_size <= kThinSize) return kThin * all;
+        const auto* pixels = reinterpret_cast<const uint32_t*>(m_canvas.Buffer());
+        return all + kSurround * (drawn + std::count(pixels, pixels + all, m_color));
+    }
+
+    static int64_t LinePixels(const HPoint_t& from, const HPoint_t& to) {
+        constexpr int kPerStep = 10;  // 5 pixels, far apart in memory when the line is steep
+        return kPerStep * (std::abs(int64_t{to.x} - from.x) + std::abs(int64_t{to.y} - from.y));
     }
 
     void DrawText(Command& command) {
-        const std::string text = command.Text("text");
+        const std::string text = ToGb2312(command.Text("text"));
         const int x = command.Number("x", kLeast, kMost);
         const int y = command.Number("y", kLeast, kMost);
-        if (command.Good()) m_painter.DrawText(ToGb2312(text), x, y);
+        if (command.Good() && Spend(command, TextPixels(text))) m_painter.DrawText(text, x, y);
     }
 
     void DrawLine(Command& command) {
         const HPoint_t from = command.Point("from");
         const HPoint_t to = command.Point("to");
-        if (command.Good()) m_painter.DrawLine(from, to);
+        if (Spend(command, LinePixels(from, to))) m_painter.DrawLine(from, to);
     }
 
     void DrawRect(Command& command) {
@@ -213,12 +256,17 @@ class Overlay {
                               command.Number("y", kLeast, kMost), command.Number("w", 0, kMost),
                               command.Number("h", 0, kMost)};
         m_painter.SetRectType(command.IsTrue("corners") ? 1 : 0);
-        if (command.Good()) m_painter.DrawRect(rect);
+        const int64_t outline = 2 * LinePixels({0, 0}, {rect.w, rect.h});
+        if (Spend(command, outline)) m_painter.DrawRect(rect);
     }
 
     void DrawRegion(Command& command) {
         const std::vector<HPoint_t> points = command.Points("points");
-        if (command.Good()) m_painter.DrawRegion(points.data(), static_cast<int>(points.size()));
+        int64_t outline = 0;
+        for (size_t i = 0; i < points.size(); i++)
+            outline += LinePixels(points[i], points[(i + 1) % points.size()]);
+        if (Spend(command, outline))
+            m_painter.DrawRegion(points.data(), static_cast<int>(points.size()));
     }
 
     void DrawIcon(Command& command) {
@@ -233,10 +281,16 @@ class Overlay {
             icon = ICON_WIFI;
         else if (name != "number")
             command.Complain("icon '" + name + "' is none of signal, wifi, number");
-        if (command.Good()) m_painter.DrawIcon(icon, value, x, y);
+        const int64_t pixels =
+            icon == ICON_NUMBER ? TextPixels(std::to_string(value)) : int64_t{m_size} * m_size;
+        if (Spend(command, pixels)) m_painter.DrawIcon(icon, value, x, y);
     }
 
     HCPainter m_painter;
+    const HCanvas& m_canvas;
+    int64_t m_spent = 0;
+    int m_size = 32;
+    bool m_outlined = false;
     uint32_t m_color = 0xFFFFFFFF;
     uint32_t m_back = 0;
 };

@@ -82,8 +82,9 @@ void AddAccount(Reader& reader, const std::string& name, const std::string& valu
     if (!level_ok || password.empty() || password.size() >= sizeof(grpcUser_t::passwd) ||
         name.empty() || name.size() >= sizeof(grpcUser_t::name))
         return reader.Complain("accounts", name, "must be name=level;password, level 0 to 9");
-    if (accounts.size() >= GRPC_ACCOUNT_MAX)
-        return reader.Complain("accounts", name, "there are 32 accounts already");
+    // The engine checks names that are no account against the last record: it is no account's.
+    if (accounts.size() >= GRPC_ACCOUNT_MAX - 1)
+        return reader.Complain("accounts", name, "there are 31 accounts already");
     accounts.push_back(Account(name, static_cast<int>(level), password));
 }
 
@@ -99,6 +100,26 @@ void ReadAccounts(Reader& reader, std::vector<grpcUser_t>& accounts) {
     if (accounts.empty()) reader.Complain("accounts", "name", "there is no account");
 }
 
+constexpr int kNoLimit = 0;
+
+const struct {
+    const char* key;
+    int HCNetLimits::*limit;
+    int most;
+} kLimits[] = {
+    {"max_clients", &HCNetLimits::max_clients, 10000},
+    {"max_clients_per_address", &HCNetLimits::max_clients_per_address, 10000},
+    {"max_packet_bytes", &HCNetLimits::max_packet_bytes, 1 << 30},
+    {"login_sec", &HCNetLimits::login_sec, 3600},
+    {"packet_sec", &HCNetLimits::packet_sec, 3600},
+    {"max_unsent_bytes", &HCNetLimits::max_unsent_bytes, 1 << 30},
+    {"unsent_sec", &HCNetLimits::unsent_sec, 3600},
+    {"min_bytes_per_sec", &HCNetLimits::min_bytes_per_sec, 1 << 30},
+    {"stranger_records_per_sec", &HCNetLimits::stranger_records_per_sec, 1000000},
+    {"max_pending_logins", &HCNetLimits::max_pending_logins, 10000},
+    {"backlog", &HCNetLimits::backlog, 65535},
+};
+
 // Relative names are looked for beside the settings file.
 std::string BesideFile(const std::string& path, const std::string& name) {
     const size_t slash = path.rfind('/');
@@ -112,6 +133,20 @@ std::vector<grpcUser_t> DefaultAccounts() {
     return {Account("admin", 0, "admin-secret"), Account("guest", 2, "guest-secret")};
 }
 
+HCNetLimits DefaultLimits() {
+    HCNetLimits limits;
+    limits.max_clients = 250;
+    limits.max_clients_per_address = 250;
+    limits.max_packet_bytes = 17 << 20;
+    limits.login_sec = 10;
+    limits.packet_sec = 60;
+    limits.max_unsent_bytes = 32 << 20;
+    limits.unsent_sec = 60;
+    limits.min_bytes_per_sec = 1000;
+    limits.stranger_records_per_sec = 10;
+    return limits;
+}
+
 bool LoadSettings(const std::string& path, Settings& settings, std::string& error) {
     QuietLog quiet;  // what is not set is no failure
     Reader reader(path, error);
@@ -123,9 +158,13 @@ bool LoadSettings(const std::string& path, Settings& settings, std::string& erro
     reader.Text("net", "unix", settings.unix_name);
     ReadAccounts(reader, settings.accounts);
     reader.Number("login", "max_failures", 1, 1000, settings.max_failures);
+    reader.Number("login", "max_peer_failures", 1, 100000, settings.max_peer_failures);
     reader.Number("login", "lock_seconds", 1, 86400, settings.lock_seconds);
     reader.Number("login", "token_seconds", 1, 86400, settings.token_seconds);
-    reader.Number("login", "max_tokens", 1, 100000, settings.max_tokens);
+    const int accounts = static_cast<int>(settings.accounts.size());
+    reader.Number("login", "max_tokens", accounts, 100000, settings.max_tokens);
+    for (const auto& row : kLimits)
+        reader.Number("limits", row.key, kNoLimit, row.most, settings.limits.*row.limit);
     reader.Text("log", "dir", settings.log_folder);
     reader.Number("log", "bytes", 1024, 1 << 30, settings.log_bytes);
     reader.Number("log", "files", 1, 10000, settings.log_files);

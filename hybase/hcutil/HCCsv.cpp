@@ -78,9 +78,8 @@ HCCsv::~HCCsv() { Close(); }
 
 int HCCsv::Open(const char* path) {
     Close();
-    const WholeFile file(path);
-    if (file.IsFolder()) errno = EISDIR;
-    if (!file.IsOpen() || file.IsFolder()) return OpenFailed(path);
+    const WholeFile file(path, WholeFile::kRegular);
+    if (!file.IsOpen()) return OpenFailed(path);
     // Two bytes more: for a line feed that the last line lacks, and for the terminator.
     data = static_cast<char*>(NewBlock(file.Size() + 2, 1));
     if (data == nullptr) {

@@ -134,10 +134,14 @@ void HCNetPackage::TellToStop() {
     if (m_hThread != nullptr) CutLink();
 }
 
-void HCNetPackage::CutLink() {
+// `drop_unsent`: a send has failed.
+void HCNetPackage::CutLink(bool drop_unsent) {
     if (m_pState == nullptr) return;
     const std::lock_guard<std::mutex> lock(m_pState->descriptor);
-    if (HCSocket* sock = Socket()) SocketInside::Cut(*sock, m_nConnectState != NPS_CONNECTING);
+    HCSocket* sock = Socket();
+    if (sock == nullptr) return;
+    if (drop_unsent) SocketInside::DropUnsent(*sock);
+    SocketInside::Cut(*sock, m_nConnectState != NPS_CONNECTING);
 }
 
 bool HCNetPackage::InUse() const {
@@ -280,8 +284,8 @@ int HCNetPackage::_getPackage(unsigned int& flag, unsigned int& type, int& len, 
     if ((m_pRecvBuf == nullptr || capacity > m_nRecvBufSize) && !AllocRecvBuf(capacity)) return -1;
 
     TransferWatch watch = TransferWatch::Receiving(m_pState->limits);
-    const bool in_time = SocketInside::IsOurs(*m_pSocket) &&
-                         TransferWatch::ForReceiving(m_pState->limits);
+    const bool in_time =
+        SocketInside::IsOurs(*m_pSocket) && TransferWatch::ForReceiving(m_pState->limits);
     int got = in_time ? RecvHeaderInTime(usec, watch, flag, type, len)
                       : RecvHeader(*m_pSocket, m_pRecvBuf, kPacketHeaderBytes, usec, __func__, flag,
                                    type, len);
@@ -318,9 +322,8 @@ int HCNetPackage::RecvPayload(int len, int usec, TransferWatch* watch) {
     }
     for (int got = 0;;) {
         const int part = std::min(len, m_nRecvBufSize) - got;
-        const int result = watch != nullptr
-                               ? RecvInTime(*m_pSocket, m_pRecvBuf + got, part, *watch)
-                               : m_pSocket->RecvAll(m_pRecvBuf + got, part, usec);
+        const int result = watch != nullptr ? RecvInTime(*m_pSocket, m_pRecvBuf + got, part, *watch)
+                                            : m_pSocket->RecvAll(m_pRecvBuf + got, part, usec);
         if (result < 1) return result;
         got += part;
         if (got == len) return len;
@@ -544,6 +547,7 @@ int HCNetPackage::SendPkg(unsigned int type, const char** bufs, const int* lens,
 void HCNetPackage::FinishSend(int sent) {
     if (sent < 0 && m_bRun) {
         LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "SendPkg error: %d, %s\n", errno, strerror(errno));
+        CutLink(true);
         RaiseLost(NPE_DISCONNECTED);
     }
     m_tLastSend = arch_time();
@@ -559,7 +563,7 @@ bool HCNetPackage::TooMuchUnsent() const {
 int HCNetPackage::EndForUnsent() {
     HLOG_ERR("more than %d bytes wait for [%.64s][%d]\n", m_pState->limits.max_unsent_bytes, m_szIp,
              m_nPort);
-    CutLink();
+    CutLink(true);
     LockSending();
     if (m_nConnectState == NPS_READY) RaiseLost(NPE_DISCONNECTED);
     UnlockSending();

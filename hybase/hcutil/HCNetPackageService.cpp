@@ -298,8 +298,7 @@ bool HCNetPackageService::AnswerLogin(HCSocket& sock, const char* record, int by
         const QuotaScope all(nullptr);  // what the application logs is its own affair
         admitted = CheckPasswd(record, bytes, &sock, message);
     }
-    if (admitted)
-        return HCNetPackage::ResponseLogin(&sock, kAdmitted, sizeof kAdmitted - 1) == 0;
+    if (admitted) return HCNetPackage::ResponseLogin(&sock, kAdmitted, sizeof kAdmitted - 1) == 0;
     if (message.empty()) {
         message = kRefused;
     } else {
@@ -359,8 +358,8 @@ void HCNetPackageService::_CleanServers() {
     while (HCObjOfVector* lost = UnlinkLost(true)) StopAndDispose(lost);
 }
 
-// The last lost connection, out of the vector; null when there is none. `wait_for_threads`: also one
-// that its thread or a broadcast still uses.
+// The last lost connection, out of the vector; null when there is none. `wait_for_threads`: also
+// one that its thread or a broadcast still uses.
 HCObjOfVector* HCNetPackageService::UnlinkLost(bool wait_for_threads) {
     HCObjOfVector* lost = nullptr;
     LockForChange();

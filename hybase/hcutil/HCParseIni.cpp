@@ -8,6 +8,7 @@
 #include <new>
 #include <utility>
 
+#include "hybase/hcutil/siphash.h"
 #include "hybase/hcutil/whole_file.h"
 #include "hybase/hlog.h"
 #include "hybase/print.h"
@@ -62,25 +63,20 @@ bool Copy(std::string_view from, std::string& to) {
     return true;
 }
 
-// Secret, so that nobody can choose keys which all fall into one place of an index.
-struct HashSecret {
-    uint64_t offset = 0x9E3779B97F4A7C15;
-    uint64_t factor = 0xD1B54A32D192ED03;
+using KeyHash = SipHash<1, 3>;
 
-    // Without random bytes the constants serve: slower under attack, right all the same.
-    HashSecret() {
-        uint64_t random[2];
-        if (arch_rand_bytes(random, sizeof random) != 0) return;
-        offset = random[0];
-        factor = random[1] | 1;
-    }
-};
+// Secret, so that nobody can choose keys which all fall into one place of an index. Without random
+// bytes any key serves: slower under attack, right all the same.
+KeyHash::Key MakeSecret() {
+    KeyHash::Key secret;
+    if (arch_rand_bytes(&secret, sizeof secret) != 0)
+        return {0x9E3779B97F4A7C15, 0xD1B54A32D192ED03};
+    return secret;
+}
 
-template <typename Word>
-Word Load(const char* from) {
-    Word word;
-    memcpy(&word, from, sizeof word);
-    return word;
+uint32_t HashOf(std::string_view key) {
+    static const KeyHash::Key secret = MakeSecret();
+    return static_cast<uint32_t>(KeyHash::Of(secret, key));
 }
 
 // The entries in ascending order of their keys. Not kept by the maps themselves: an order costs
@@ -105,33 +101,50 @@ const HCIniSection* Section(const HCParseIni& ini, const std::string& name) {
 
 }  // namespace
 
-size_t HCIniHash::operator()(std::string_view key) const {
-    static const HashSecret secret;
-    const auto mix = [](uint64_t hash, uint64_t word) {
-        hash = (hash ^ word) * secret.factor;
-        return hash ^ hash >> 32;
-    };
-    uint64_t hash = secret.offset + key.size();
-    const char* at = key.data();
-    const char* end = at + key.size();
-    for (; end - at > 8; at += 8) hash = mix(hash, Load<uint64_t>(at));
-    // The rest in pieces that overlap where they have to.
-    if (key.size() >= 8) {
-        hash = mix(hash, Load<uint64_t>(end - 8));
-    } else if (key.size() >= 4) {
-        hash = mix(hash, Load<uint32_t>(at) | uint64_t{Load<uint32_t>(end - 4)} << 32);
-    } else {
-        while (at < end) hash = mix(hash, static_cast<unsigned char>(*at++));
+size_t HCIniHash::operator()(std::string_view key) const { return HashOf(key); }
+
+size_t HCIniPairs::PlaceOf(std::string_view key, uint32_t hash) const {
+    size_t place = hash & m_nMask;
+    for (; m_slots[place].number != 0; place = (place + 1) & m_nMask) {
+        const Slot& slot = m_slots[place];
+        if (slot.hash == hash && m_pairs[slot.number - 1].first == key) break;
     }
-    return static_cast<size_t>(mix(hash, 0));
+    return place;
+}
+
+const HCIniPairs::value_type* HCIniPairs::Find(std::string_view key) const {
+    if (m_pairs.empty()) return nullptr;
+    const Slot& slot = m_slots[PlaceOf(key, HashOf(key))];
+    return slot.number != 0 ? &m_pairs[slot.number - 1] : nullptr;
+}
+
+void HCIniPairs::Add(std::string_view key, std::string_view value) {
+    if (m_pairs.size() * 2 >= m_slots.size()) Grow();
+    const uint32_t hash = HashOf(key);
+    Slot& slot = m_slots[PlaceOf(key, hash)];
+    if (slot.number != 0) return;
+    m_pairs.emplace_back(key, value);
+    slot = {hash, static_cast<uint32_t>(m_pairs.size())};
+}
+
+void HCIniPairs::Grow() {
+    std::vector<Slot> slots(std::max<size_t>(m_slots.size() * 2, 16));
+    m_nMask = slots.size() - 1;
+    for (const Slot& slot : m_slots) {
+        if (slot.number == 0) continue;
+        size_t place = slot.hash & m_nMask;
+        while (slots[place].number != 0) place = (place + 1) & m_nMask;
+        slots[place] = slot;
+    }
+    m_slots.swap(slots);
 }
 
 HCIniSection::HCIniSection(std::string_view name, std::shared_ptr<const std::string> text)
     : m_strName(name), m_text(std::move(text)) {}
 
 const std::string_view* HCIniSection::Find(const std::string& key, const char* kind) const {
-    const auto found = m_values.find(key);
-    if (found != m_values.end()) return &found->second;
+    const auto* found = m_values.Find(key);
+    if (found != nullptr) return &found->second;
     hlog_printf_ex(HLOG_LEVEL_ERR, kLogFile, "GetValue", __LINE__, "sec:[%s] get %s:%s fail\n",
                    m_strName.c_str(), kind, key.c_str());
     return nullptr;
@@ -190,7 +203,7 @@ void HCIniSection::Print() const try {
     ::Print("[%s]\n", m_strName.c_str());
     for (const auto* pair : Sorted(m_values))
         ::Print("\t%.*s=%s\n", static_cast<int>(pair->first.size()), pair->first.data(),
-              pair->second.data());
+                pair->second.data());
 } catch (const std::bad_alloc&) {
     return;
 }
@@ -202,7 +215,7 @@ HCParseIni::~HCParseIni() = default;
 int HCParseIni::LoadFile(const std::string& path) {
     try {
         const auto text = std::make_shared<std::string>();
-        const WholeFile file(path.c_str());
+        const WholeFile file(path.c_str(), WholeFile::kReadable);
         if (file.IsOpen() && ReadAll(file, text.get())) {
             Load(text);
             return 0;
@@ -264,9 +277,9 @@ void HCParseIni::AddKey(HCIniSection* section, std::string_view line) {
     }
     const size_t equals = line.find('=');
     if (equals == std::string_view::npos)
-        section->m_values.try_emplace("", "");
+        section->m_values.Add("", "");
     else
-        section->m_values.try_emplace(line.substr(0, equals), line.substr(equals + 1));
+        section->m_values.Add(line.substr(0, equals), line.substr(equals + 1));
 }
 
 HCIniSection* HCParseIni::GetSection(const std::string& name) const {

@@ -325,6 +325,11 @@ void SocketInside::Cut(HCSocket& sock, bool connected) {
     if (connected) shutdown(sock.m_nSocket, SHUT_RDWR);
 }
 
+void SocketInside::DropUnsent(const HCSocket& sock) {
+    const linger at_once = {1, 0};
+    if (IsOurs(sock)) setsockopt(sock.m_nSocket, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+}
+
 int SocketInside::RecvMore(HCSocket& sock, char* buf, int len, int& got) {
     while (got < len) {
         const int result = sock.Recv(buf + got, len - got, 0);
@@ -340,6 +345,5 @@ void SocketInside::LogSendTimeout(const HCSocket& sock, int sent) {
 }
 
 void SocketInside::LogSendError(const HCSocket& sock) {
-    LOG_AS("Send", "Socket : Send err %s [%s][%d]\n", strerror(errno), sock.m_szHost,
-           sock.m_nPort);
+    LOG_AS("Send", "Socket : Send err %s [%s][%d]\n", strerror(errno), sock.m_szHost, sock.m_nPort);
 }

@@ -64,7 +64,9 @@ bool HCTokenManager::IsValid(const std::string& token, LoginInfo_t* info) {
         return false;
     }
     if (m_bOnce) {
-        HLOG_TRACE("Have Found Token(%s), Will delete it because Once Mode!\n", token.c_str());
+        // The text kept here: the caller's may lie in `*info`.
+        HLOG_TRACE("Have Found Token(%s), Will delete it because Once Mode!\n",
+                   found->first.c_str());
         m_tokens.erase(found);
         return true;
     }

@@ -13,8 +13,8 @@ struct HCNetPackage::State {
     std::mutex record;  // guards m_pPasswd and m_nPasswdLen
 
     // Held to shut the descriptor down from another thread, and by the connection thread to enter
-    // NPS_CONNECTING and to give the socket up. In between the descriptor stays as it is, unless the
-    // state is NPS_CONNECTING. Taken behind m_hSendMutex.
+    // NPS_CONNECTING and to give the socket up. In between the descriptor stays as it is, unless
+    // the state is NPS_CONNECTING. Taken behind m_hSendMutex.
     std::mutex descriptor;
 
     std::atomic<int> senders{0};     // threads that hold m_hSendMutex or wait for it

@@ -11,7 +11,8 @@
 
 namespace {
 
-constexpr int64_t kBusyStepMs = 2;  // until a connection is looked at again that sends something else
+constexpr int64_t kBusyStepMs =
+    2;  // until a connection is looked at again that sends something else
 constexpr int64_t kLongestStepMs = 1000;
 
 }  // namespace
@@ -70,7 +71,8 @@ void PacketBroadcast::Begin(Entry& entry, unsigned int type, const Pieces& piece
         return;
     }
     const HCSocket* sock = connection.Socket();
-    if (connection.m_nConnectState != NPS_READY || sock == nullptr || !SocketInside::IsOurs(*sock)) {
+    if (connection.m_nConnectState != NPS_READY || sock == nullptr ||
+        !SocketInside::IsOurs(*sock)) {
         connection.UnlockSending();
         entry.stage = Stage::kAlone;
         return;
@@ -113,7 +115,7 @@ void PacketBroadcast::Fail(Entry& entry) {
     connection.m_pState->unsent -= entry.packet->Result();
     if (connection.m_bRun) entry.packet->LogFailure();
     connection.m_nConnectState = NPS_DISCONNECTED;
-    connection.CutLink();
+    connection.CutLink(true);
 }
 
 bool PacketBroadcast::Any(Stage stage) const {

@@ -23,8 +23,8 @@ char* OrNull(void* mapping) {
 
 char* NewReceiveBuffer(int size) {
     if (!IsMapping(size)) return new (std::nothrow) char[Bytes(size)];
-    return OrNull(mmap(nullptr, Bytes(size), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1,
-                       0));
+    return OrNull(
+        mmap(nullptr, Bytes(size), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
 }
 
 void DeleteReceiveBuffer(char* buffer, int size) {

@@ -80,7 +80,8 @@ bool LoginQueue::Wait(int listener, int64_t wait_ms) {
         polled_[count++] = {visitor->sock->m_nSocket, POLLIN, 0};
         wait_ms = std::min(wait_ms, IsDone(*visitor) ? 0 : DeadlineMs(*visitor) - now);
     }
-    if (poll(polled_.get(), count, static_cast<int>(std::max<int64_t>(wait_ms, 0))) < 1) return false;
+    if (poll(polled_.get(), count, static_cast<int>(std::max<int64_t>(wait_ms, 0))) < 1)
+        return false;
 
     const pollfd* polled = polled_.get();
     for (Visitor* visitor = first_.get(); visitor != nullptr; visitor = visitor->next.get()) {

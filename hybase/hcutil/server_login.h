@@ -55,8 +55,8 @@ class LoginQueue {
     // whether the latter is. -1: there is no listener to wait for.
     bool Wait(int listener, int64_t wait_ms);
 
-    // The first peer that has its request together, has failed, or has had its time; null when there
-    // is none.
+    // The first peer that has its request together, has failed, or has had its time; null when
+    // there is none.
     std::unique_ptr<Visitor> TakeDone();
 
     void Clear();

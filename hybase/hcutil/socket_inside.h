@@ -16,6 +16,10 @@ struct SocketInside {
     static void EndCut(HCSocket& sock) { sock.m_bCut = false; }
     static bool IsCut(const HCSocket& sock) { return sock.m_bCut; }
 
+    // Closing drops what is not sent: half a packet is of no use, and a peer that does not read
+    // would otherwise see no close and keep the system's buffers full.
+    static void DropUnsent(const HCSocket& sock);
+
     // What RecvAll does, but without waiting: continues at buf + got, counting it up. Returns `len`
     // when all bytes are there, 0 when more have to come, -1 as RecvAll does.
     static int RecvMore(HCSocket& sock, char* buf, int len, int& got);

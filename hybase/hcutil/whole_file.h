@@ -10,20 +10,26 @@
 
 class WholeFile {
   public:
+    enum Kind {
+        kRegular,   // nothing else
+        kReadable,  // also a pipe, whose writer is waited for, and a folder, where Read fails
+    };
+
     // Opens a file that can be read to an end. Devices, which may have none, are refused, and so is
-    // what is longer than kMaxSize, so that whatever is counted in a file fits 32 bits. A folder
-    // opens, but Read fails.
-    explicit WholeFile(const char* path) {
-        if (path == nullptr) return;
-        m_fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
-        if (m_fd < 0) return;
+    // what is longer than kMaxSize, so that whatever is counted in a file fits 32 bits. What is
+    // refused is not opened: that alone may wait, or move a device.
+    WholeFile(const char* path, Kind kind) {
         struct stat status;
-        const int error = fstat(m_fd, &status) != 0 ? errno : Refusal(status);
-        if (error == 0) {
+        if (path == nullptr || stat(path, &status) != 0 || !Accepts(status, kind)) return;
+        // It may be another file by now.
+        const int no_wait = kind == kRegular ? O_NONBLOCK : 0;
+        m_fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | no_wait);
+        if (m_fd < 0) return;
+        if (fstat(m_fd, &status) == 0 && Accepts(status, kind)) {
             m_size = static_cast<size_t>(status.st_size);
-            m_folder = S_ISDIR(status.st_mode);
             return;
         }
+        const int error = errno;
         close(m_fd);
         m_fd = -1;
         errno = error;
@@ -36,8 +42,6 @@ class WholeFile {
 
     // False with the reason in errno.
     bool IsOpen() const { return m_fd >= 0; }
-
-    bool IsFolder() const { return m_folder; }
 
     // Bytes when the file was opened; 0 for a pipe. It may have grown or shrunk since.
     size_t Size() const { return m_size; }
@@ -58,15 +62,19 @@ class WholeFile {
     static constexpr size_t kMaxSize = INT32_MAX - 1;
 
   private:
-    // The error that keeps a file from being loaded, 0 for none.
-    static int Refusal(const struct stat& status) {
-        if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) return ENOTSUP;
-        return status.st_size > static_cast<off_t>(kMaxSize) ? EFBIG : 0;
+    // False with the reason in errno.
+    static bool Accepts(const struct stat& status, Kind kind) {
+        const bool device = S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode);
+        if (device || (kind == kRegular && !S_ISREG(status.st_mode))) {
+            errno = ENOTSUP;
+            return false;
+        }
+        errno = EFBIG;
+        return status.st_size <= static_cast<off_t>(kMaxSize);
     }
 
     int m_fd = -1;
     size_t m_size = 0;
-    bool m_folder = false;
 };
 
 #endif

@@ -26,9 +26,9 @@
  *     Device device;
  *     if (cjson_string2object(device_table, text, &device)) ...
  *
- * The table serves C and C++ alike. A member that does not exist, or whose size does not fit the
- * type code, does not compile. [docs/struct-mapping.md](docs/struct-mapping.md) walks through a
- * complete example.
+ * The table serves C and C++ alike. A member that does not exist, or whose kind or size does not
+ * fit the type code, does not compile. [docs/struct-mapping.md](docs/struct-mapping.md) walks
+ * through a complete example.
  *
  * @par Rows
  * The `KINFO_ROW` macros take the type, and its member, which is also the key. Those with `_AS`
@@ -62,8 +62,9 @@
  * of memory for the result are failures; the calls that read JSON then print `"[NAME OF THE CALL]
  * json_assert failed\n"`. A row that cannot be converted prints `" %d Not Support\n"` with the type
  * code of its elements, or `"ERROR: kinfo[i].sub_key should not be NULL\n"` for an array or vector
- * of structures without a table; the other rows are still converted. All of this goes to standard
- * output.
+ * of structures without a table; the other rows are still converted. So does, with the code of
+ * #KINFO_OBJECT, a structure or an array whose table describes more bytes than the member has. All
+ * of this goes to standard output, or where hlog_set_print() leads it.
  *
  * @par Threads
  * No shared state. Calls may run at the same time on different structures.
@@ -81,11 +82,22 @@
 #include <type_traits>
 
 /** @cond */
-/* A character array, of any kind of char. */
-template <typename Member, typename Array = typename std::remove_reference<Member>::type>
-struct kinfo_is_text
-    : std::integral_constant<bool, std::rank<Array>::value == 1 &&
-                                       sizeof(typename std::remove_extent<Array>::type) == 1> {};
+/* What a member, or a reference to one, can be to a row. */
+template <typename Reference, typename Member = typename std::remove_reference<Reference>::type>
+struct kinfo_member {
+    using Plain = typename std::remove_cv<Member>::type;
+    using Target = typename std::remove_cv<typename std::remove_pointer<Plain>::type>::type;
+    static constexpr bool is_integer = std::is_integral<Plain>::value || std::is_enum<Plain>::value;
+    static constexpr bool is_floating = std::is_floating_point<Plain>::value;
+    static constexpr bool is_text =
+        std::rank<Member>::value == 1 && sizeof(typename std::remove_extent<Member>::type) == 1;
+    static constexpr bool is_heap_text =
+        std::is_pointer<Plain>::value &&
+        (std::is_same<Target, char>::value || std::is_same<Target, signed char>::value ||
+         std::is_same<Target, unsigned char>::value);
+    static constexpr bool is_compound =
+        std::is_class<Plain>::value || std::is_union<Plain>::value || std::is_array<Plain>::value;
+};
 /** @endcond */
 
 extern "C" {
@@ -101,7 +113,7 @@ enum {
     KINFO_S32,  /**< `int32_t`: number */
     KINFO_FLOAT,  /**< `float`: number */
     KINFO_DOUBLE, /**< `double`: number */
-    KINFO_STRING, /**< `char[N]`: string, cut to N - 1 bytes and always terminated */
+    KINFO_STRING, /**< `char[N]`: string, cut to N - 1 bytes; zeros fill the rest */
     KINFO_STRPTR, /**< `char*`, a heap string or null: string */
     KINFO_OBJECT, /**< a nested structure with a table of its own: object */
     KINFO_ARRAY,  /**< `T[N]`: array */
@@ -129,7 +141,11 @@ struct kinfo_s {
 /** A number, string, heap string or boolean: `KINFO_ROW(Device, port, KINFO_U16)`. */
 #define KINFO_ROW(structure, member, type) KINFO_ROW_AS(#member, structure, member, type)
 
-/** A nested structure, described by `table`. */
+/**
+ * A nested structure, described by `table`. Which structure a table describes is not known when the
+ * row is compiled: see KINFO_ROW_STRUCT(). A table of a structure that is larger than the member is
+ * refused at run time.
+ */
 #define KINFO_ROW_OBJECT(structure, member, table) \
     KINFO_ROW_OBJECT_AS(#member, structure, member, table)
 
@@ -160,41 +176,82 @@ struct kinfo_s {
 #define KINFO_ROW_OBJECT_VECTOR(structure, member, table, item) \
     KINFO_ROW_OBJECT_VECTOR_AS(#member, structure, member, table, item)
 
+/**
+ * Begins the table of a structure under a name that says whose it is: `Port_kinfo` for `Port`,
+ * which is a single word.
+ *
+ *     static KINFO_TABLE(Port) = {
+ *         KINFO_ROW(Port, number, KINFO_U16),
+ *         KINFO_END,
+ *     };
+ */
+#define KINFO_TABLE(structure) const kinfo_t structure##_kinfo[]
+
+/**
+ * KINFO_ROW_OBJECT with the table that KINFO_TABLE(nested) began. Does not compile when the member
+ * is no `nested`.
+ */
+#define KINFO_ROW_STRUCT(structure, member, nested) \
+    KINFO_ROW_STRUCT_AS(#member, structure, member, nested)
+
+/** KINFO_ROW_OBJECT_ARRAY in the same way. */
+#define KINFO_ROW_STRUCT_ARRAY(structure, member, nested) \
+    KINFO_ROW_STRUCT_ARRAY_AS(#member, structure, member, nested)
+
+/** KINFO_ROW_OBJECT_VECTOR in the same way. */
+#define KINFO_ROW_STRUCT_VECTOR(structure, member, nested) \
+    KINFO_ROW_STRUCT_VECTOR_AS(#member, structure, member, nested)
+
+/** KINFO_ROW_STRUCT with a key of its own. */
+#define KINFO_ROW_STRUCT_AS(key, structure, member, nested) \
+    KINFO_ROW_OBJECT_AS(                                    \
+        key, structure, member,                             \
+        nested##_kinfo + KINFO_MUST(KINFO_IS(KINFO_MEMBER(structure, member), nested)))
+
+/** KINFO_ROW_STRUCT_ARRAY with a key of its own. */
+#define KINFO_ROW_STRUCT_ARRAY_AS(key, structure, member, nested) \
+    KINFO_ROW_OBJECT_ARRAY_AS(                                    \
+        key, structure, member,                                   \
+        nested##_kinfo + KINFO_MUST(KINFO_IS(KINFO_MEMBER(structure, member)[0], nested)))
+
+/** KINFO_ROW_STRUCT_VECTOR with a key of its own. */
+#define KINFO_ROW_STRUCT_VECTOR_AS(key, structure, member, nested) \
+    KINFO_ROW_OBJECT_VECTOR_AS(key, structure, member, nested##_kinfo, nested)
+
 /** KINFO_ROW with a key of its own. */
-#define KINFO_ROW_AS(key, structure, member, type)                                              \
-    {                                                                                           \
-        KINFO_INT(sizeof(structure)), (type), (key), KINFO_INT(offsetof(structure, member)),    \
-            KINFO_INT(sizeof(KINFO_MEMBER(structure, member))) +                                \
-                KINFO_MUST((type) == KINFO_STRING                                               \
-                               ? KINFO_IS_TEXT(KINFO_MEMBER(structure, member))                 \
-                               : KINFO_WIDTH(type) == sizeof(KINFO_MEMBER(structure, member))), \
-            NULL, 0, 0, 0                                                                       \
+#define KINFO_ROW_AS(key, structure, member, type)                                           \
+    {                                                                                        \
+        KINFO_INT(sizeof(structure)), (type), (key), KINFO_INT(offsetof(structure, member)), \
+            KINFO_INT(sizeof(KINFO_MEMBER(structure, member))) +                             \
+                KINFO_MUST(KINFO_FITS(type, KINFO_MEMBER(structure, member))),               \
+            NULL, 0, 0, 0                                                                    \
     }
 
 /** KINFO_ROW_OBJECT with a key of its own. */
 #define KINFO_ROW_OBJECT_AS(key, structure, member, table)                                         \
     {                                                                                              \
         KINFO_INT(sizeof(structure)), KINFO_OBJECT, (key), KINFO_INT(offsetof(structure, member)), \
-            KINFO_INT(sizeof(KINFO_MEMBER(structure, member))), (table), 0, 0, 0                   \
+            KINFO_INT(sizeof(KINFO_MEMBER(structure, member))) +                                   \
+                KINFO_MUST(KINFO_IS_COMPOUND(KINFO_MEMBER(structure, member))),                    \
+            (table), 0, 0, 0                                                                       \
     }
 
 /** KINFO_ROW_ARRAY with a key of its own. */
-#define KINFO_ROW_ARRAY_AS(key, structure, member, type)                                           \
-    {                                                                                              \
-        KINFO_INT(sizeof(structure)), KINFO_ARRAY, (key), KINFO_INT(offsetof(structure, member)),  \
-            KINFO_INT(sizeof(KINFO_MEMBER(structure, member))) +                                   \
-                KINFO_MUST((type) == KINFO_STRING                                                  \
-                               ? KINFO_IS_TEXT(KINFO_MEMBER(structure, member)[0])                 \
-                               : KINFO_WIDTH(type) == sizeof(KINFO_MEMBER(structure, member)[0])), \
-            NULL, KINFO_COUNT(structure, member), (type), 0                                        \
+#define KINFO_ROW_ARRAY_AS(key, structure, member, type)                                          \
+    {                                                                                             \
+        KINFO_INT(sizeof(structure)), KINFO_ARRAY, (key), KINFO_INT(offsetof(structure, member)), \
+            KINFO_INT(sizeof(KINFO_MEMBER(structure, member))) +                                  \
+                KINFO_MUST(KINFO_FITS(type, KINFO_MEMBER(structure, member)[0])),                 \
+            NULL, KINFO_COUNT(structure, member), (type), 0                                       \
     }
 
 /** KINFO_ROW_OBJECT_ARRAY with a key of its own. */
 #define KINFO_ROW_OBJECT_ARRAY_AS(key, structure, member, table)                                  \
     {                                                                                             \
         KINFO_INT(sizeof(structure)), KINFO_ARRAY, (key), KINFO_INT(offsetof(structure, member)), \
-            KINFO_INT(sizeof(KINFO_MEMBER(structure, member))), (table),                          \
-            KINFO_COUNT(structure, member), KINFO_OBJECT, 0                                       \
+            KINFO_INT(sizeof(KINFO_MEMBER(structure, member))) +                                  \
+                KINFO_MUST(KINFO_IS_COMPOUND(KINFO_MEMBER(structure, member)[0])),                \
+            (table), KINFO_COUNT(structure, member), KINFO_OBJECT, 0                              \
     }
 
 /** KINFO_ROW_VECTOR with a key of its own. */
@@ -202,7 +259,7 @@ struct kinfo_s {
     {                                                                                              \
         KINFO_INT(sizeof(structure)), KINFO_VECTOR, (key), KINFO_INT(offsetof(structure, member)), \
             KINFO_VECTOR_SIZE(structure, member) +                                                 \
-                KINFO_MUST((type) == KINFO_STRING || KINFO_WIDTH(type) == sizeof(item)),           \
+                KINFO_MUST(KINFO_FITS(type, *(__typeof__(item)*)0)),                               \
             NULL, 0, (type), KINFO_INT(sizeof(item))                                               \
     }
 
@@ -232,11 +289,23 @@ struct kinfo_s {
      : (type) == KINFO_DOUBLE                        ? 8             \
      : (type) == KINFO_STRPTR                        ? sizeof(char*) \
                                                      : 0)
+/* Whether the kind and the size of a member are those that the type code reads and writes. */
+#define KINFO_FITS(type, member)                                                            \
+    ((type) == KINFO_STRING ? KINFO_IS_TEXT(member)                                         \
+     : (type) == KINFO_STRPTR                                                               \
+         ? KINFO_IS_HEAP_TEXT(member)                                                       \
+         : KINFO_WIDTH(type) == sizeof(member) &&                                           \
+               ((type) == KINFO_FLOAT || (type) == KINFO_DOUBLE ? KINFO_IS_FLOATING(member) \
+                                                                : KINFO_IS_INTEGER(member)))
 #ifdef __cplusplus
 #define KINFO_IS_ARRAY(structure, member) (std::is_array<decltype(((structure*)0)->member)>::value)
-#define KINFO_IS_TEXT(member) (kinfo_is_text<decltype(member)>::value)
-#define KINFO_IS_VECTOR(member) \
-    (std::is_same<std::remove_reference<decltype(member)>::type, HVector*>::value)
+#define KINFO_IS_TEXT(member) (kinfo_member<decltype(member)>::is_text)
+#define KINFO_IS_HEAP_TEXT(member) (kinfo_member<decltype(member)>::is_heap_text)
+#define KINFO_IS_INTEGER(member) (kinfo_member<decltype(member)>::is_integer)
+#define KINFO_IS_FLOATING(member) (kinfo_member<decltype(member)>::is_floating)
+#define KINFO_IS_COMPOUND(member) (kinfo_member<decltype(member)>::is_compound)
+#define KINFO_IS(member, wanted) \
+    (std::is_same<kinfo_member<decltype(member)>::Plain, wanted>::value)
 #else /* an array decays behind a comma, everything else keeps its type */
 #define KINFO_IS_ARRAY(structure, member)                               \
     (!__builtin_types_compatible_p(__typeof__(((structure*)0)->member), \
@@ -245,8 +314,21 @@ struct kinfo_s {
     (__builtin_types_compatible_p(__typeof__(member), char[sizeof(member)]) ||        \
      __builtin_types_compatible_p(__typeof__(member), signed char[sizeof(member)]) || \
      __builtin_types_compatible_p(__typeof__(member), unsigned char[sizeof(member)]))
-#define KINFO_IS_VECTOR(member) __builtin_types_compatible_p(__typeof__(member), HVector*)
+#define KINFO_IS_HEAP_TEXT(member)                                                            \
+    _Generic(&(member), char** : 1, signed char** : 1, unsigned char** : 1, const char** : 1, \
+             const signed char** : 1, const unsigned char** : 1, default : 0)
+#define KINFO_IS_INTEGER(member)                                                           \
+    _Generic((member), _Bool : 1, char : 1, signed char : 1, unsigned char : 1, short : 1, \
+             unsigned short : 1, int : 1, unsigned : 1, long : 1, unsigned long : 1,       \
+             long long : 1, unsigned long long : 1, default : 0)
+#define KINFO_IS_FLOATING(member) _Generic((member), float : 1, double : 1, default : 0)
+/* A structure, a union or an array, by the numbers that gcc and clang have for them. */
+#define KINFO_IS_COMPOUND(member)             \
+    (__builtin_classify_type(member) >= 12 || \
+     !__builtin_types_compatible_p(__typeof__(member), __typeof__(((void)0, (member)))))
+#define KINFO_IS(member, wanted) __builtin_types_compatible_p(__typeof__(member), wanted)
 #endif
+#define KINFO_IS_VECTOR(member) KINFO_IS(member, HVector*)
 #define KINFO_COUNT(structure, member)                       \
     (KINFO_INT(sizeof(KINFO_MEMBER(structure, member)) /     \
                sizeof(KINFO_MEMBER(structure, member)[0])) + \

@@ -25,8 +25,8 @@ inline string LongPacket(const string& payload, int64_t announced = -1, char fla
 struct Behaviour {
     const char* name;
     int peers;
-    string script;                // what a peer sends ...
-    size_t bytes_a_step = 1 << 30;  // ... that much every 10 ms
+    string script;                         // what a peer sends ...
+    size_t bytes_a_step = 1 << 30;         // ... that much every 10 ms
     size_t begin_again_at = string::npos;  // where it goes on when it has sent all; npos: it waits
     bool reads = false;                    // or lets what it is sent pile up
 };
@@ -96,7 +96,8 @@ class Swarm {
 };
 
 inline double MsSince(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+        .count();
 }
 
 // What a well-behaved client sees: how long its login takes, and each of its calls.
@@ -122,7 +123,8 @@ inline Seen CallFor(double seconds, unsigned short port, const string& request,
     seen.login_ms = MsSince(start);
     while (seen.right && MsSince(start) < seconds * 1000) {
         const auto call = std::chrono::steady_clock::now();
-        seen.right = peer.Send(Data(request)) && peer.Receive(int(response.size()) + 12) == Data(response);
+        seen.right =
+            peer.Send(Data(request)) && peer.Receive(int(response.size()) + 12) == Data(response);
         seen.calls_ms.push_back(MsSince(call));
         usleep(2000);
     }

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <hybase/hcutil/HCSocket.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <chrono>
@@ -48,6 +49,12 @@ class Peer {
         return sock_->RecvAll(bytes.data(), size, 5000000) == size ? bytes : "";
     }
     bool Closed() { return Receive(1).empty(); }
+    int Fd() const { return sock_->m_nSocket; }
+    // Whether the other end closes within that time, whatever it has sent before.
+    bool HungUp(int ms = 2000) const {
+        pollfd entry = {Fd(), POLLRDHUP, 0};
+        return poll(&entry, 1, ms) == 1;
+    }
     HCSocket* Release() { return sock_.release(); }
 
   private:

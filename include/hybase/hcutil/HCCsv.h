@@ -38,8 +38,8 @@ class HYBASE_API HCCsv {
     HCCsv& operator=(const HCCsv&) = delete;
 
     /// Reads a whole file; what was open is closed first. Returns 0, or -1 when the file cannot be
-    /// opened, is no regular file, is longer than 2147483646 bytes or has no line, or when memory
-    /// is short.
+    /// opened, is no regular file (such a one is not opened at all), is longer than 2147483646
+    /// bytes or has no line, or when memory is short.
     int Open(const char* path);
 
     /// Frees the table. The counts stay, the cells are gone. Always 0.

@@ -46,7 +46,8 @@ enum NPState_e {
 /// the packet service (HCNetPackageService.h) and ends its thread when the link is lost.
 ///
 /// A lost link (a failed send, a bad header, silence, a limit) is cut at once: the peer sees the
-/// close, and a server connection executes nothing more that came over it.
+/// close, and a server connection executes nothing more that came over it. After a failed send the
+/// system drops what it still had to send.
 ///
 /// A client tries again at once after a loss, 10 seconds after a connect or login that failed. One
 /// that was let in and lost within a second pauses before: 100 ms, doubling up to 10 seconds, each
@@ -277,7 +278,7 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
 
     // Any thread.
     void TellToStop();
-    void CutLink();
+    void CutLink(bool drop_unsent = false);
     bool InUse() const;
     HCSocket* Socket() const;
 

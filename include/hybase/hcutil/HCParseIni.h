@@ -5,17 +5,51 @@
 #define HYBASE_HCUTIL_HCPARSEINI_H
 
 #include <hybase/export.h>
+#include <stddef.h>
+#include <stdint.h>
 
 #include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 /// @ingroup configuration
-/// Places keys in an index in a way that differs from process to process. For the classes below.
+/// Places keys in an index in a way that nobody can foresee: SipHash-1-3 with a key that is random
+/// in each process. For the classes below.
 struct HCIniHash {
     size_t operator()(std::string_view key) const;  ///< the place of `key`
+};
+
+/// @ingroup configuration
+/// The pairs of a section in the order of the file, with an index of their keys. For the classes
+/// below.
+class HCIniPairs {
+  public:
+    using value_type = std::pair<std::string_view, std::string_view>;  ///< key and value
+
+    const value_type* Find(std::string_view key) const;      ///< the pair, null when there is none
+    void Add(std::string_view key, std::string_view value);  ///< unless there is a pair of this key
+
+    size_t size() const { return m_pairs.size(); }                                     ///< pairs
+    std::vector<value_type>::const_iterator begin() const { return m_pairs.begin(); }  ///< first
+    std::vector<value_type>::const_iterator end() const {
+        return m_pairs.end();
+    }  ///< behind the last
+
+  private:
+    // A place of the index. Keys are looked for from the place of their hash on.
+    struct Slot {
+        uint32_t hash;
+        uint32_t number;  // of the pair, from 1; 0 for none
+    };
+    size_t PlaceOf(std::string_view key, uint32_t hash) const;
+    void Grow();
+
+    std::vector<value_type> m_pairs;
+    std::vector<Slot> m_slots;  // a power of two of them, at most half in use
+    size_t m_nMask = 0;         // how many there are, less one
 };
 
 /// @ingroup configuration
@@ -53,7 +87,7 @@ class HYBASE_API HCIniSection {
 
   private:
     friend class HCParseIni;
-    using Values = std::unordered_map<std::string_view, std::string_view, HCIniHash>;
+    using Values = HCIniPairs;
 
     HCIniSection(std::string_view name, std::shared_ptr<const std::string> text);
     const std::string_view* Find(const std::string& key, const char* kind) const;
