@@ -118,6 +118,14 @@ void RememberRequest(_grpc_t* ctx, const char* method);
 // Removes the pending request that this response answers, if there is one. `method` may be null.
 void ForgetRequest(_grpc_t* ctx, const char* method, int32_t sentcnt);
 
+// Asked between the steps of serving: whether the answer can still reach the caller.
+using StillWanted = bool (*)(_grpc_t* ctx);
+
+// grpc_s_serve_locked, but a message that is not wanted any more is neither executed nor printed: a
+// large one takes seconds.
+int32_t ServeWhileWanted(_grpc_t* ctx, const char* text, int32_t len, arch_mutex_t mutex,
+                         StillWanted still_wanted);
+
 }  // namespace grpc_engine
 
 #endif

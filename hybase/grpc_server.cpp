@@ -159,25 +159,46 @@ Outcome DispatchLocked(_grpc_t* ctx, arch_mutex_t mutex) {
     return Dispatch(ctx, lock);
 }
 
+void DropMessage(_grpc_t* ctx) {
+    cJSON_Delete(ctx->json);
+    ctx->json = nullptr;
+}
+
 // Leaves the response in `json`. The handler's result.
-int32_t Serve(_grpc_t* ctx, const char* text, int32_t length, arch_mutex_t mutex) {
+int32_t Serve(_grpc_t* ctx, const char* text, int32_t length, arch_mutex_t mutex,
+              StillWanted still_wanted) {
     DeliveryLock no_timeout = LockDelivery(ctx);
     if (!TakeMessage(ctx, text, length)) {
         Print("ERROR: Failed Parse Message:\n%s\n\n", text != nullptr ? text : "(null)");
         return -1;
     }
+    if (!still_wanted(ctx)) {
+        DropMessage(ctx);
+        return -1;
+    }
     Outcome outcome = DispatchLocked(ctx, mutex);
     if (!AddError(ctx->json, outcome)) {
         // Without its error object a response would read as success: rather none at all.
-        cJSON_Delete(ctx->json);
-        ctx->json = nullptr;
+        DropMessage(ctx);
         return outcome.result;
     }
     cJSON_DeleteItemFromObject(ctx->json, "param");
     return outcome.result;
 }
 
+bool Always(_grpc_t*) { return true; }
+
 }  // namespace
+
+int32_t grpc_engine::ServeWhileWanted(_grpc_t* ctx, const char* text, int32_t len,
+                                      arch_mutex_t mutex, StillWanted still_wanted) {
+    const HeapTrim after_all(text);
+    Serve(ctx, text, len, mutex, still_wanted);
+    if (!still_wanted(ctx)) DropMessage(ctx);
+    int32_t result = Send(ctx);
+    grpc_end(ctx);
+    return result;
+}
 
 int32_t grpc_s_account_add(_grpc_t* ctx, const grpcAccount_t* acc) {
     if (ctx == nullptr || acc == nullptr) return -1;
@@ -196,7 +217,7 @@ int32_t grpc_s_account_clear(_grpc_t* ctx) {
 }
 
 int32_t grpc_s_serve_without_send(_grpc_t* ctx, const char* text, int32_t len) {
-    return ctx != nullptr ? Serve(ctx, text, len, nullptr) : -1;
+    return ctx != nullptr ? Serve(ctx, text, len, nullptr, Always) : -1;
 }
 
 int32_t grpc_s_serve_direct(_grpc_t* ctx, const char* text, int32_t len) {
@@ -204,12 +225,7 @@ int32_t grpc_s_serve_direct(_grpc_t* ctx, const char* text, int32_t len) {
 }
 
 int32_t grpc_s_serve_locked(_grpc_t* ctx, const char* text, int32_t len, arch_mutex_t mutex) {
-    if (ctx == nullptr) return -1;
-    const HeapTrim after_all(text);
-    Serve(ctx, text, len, mutex);
-    int32_t result = Send(ctx);
-    grpc_end(ctx);
-    return result;
+    return ctx != nullptr ? ServeWhileWanted(ctx, text, len, mutex, Always) : -1;
 }
 
 int32_t grpc_s_serve(_grpc_t* ctx) {

@@ -11,7 +11,9 @@
 #include <memory>
 #include <new>
 
+#include "hybase/grpc_private.h"
 #include "hybase/hcutil/packet_broadcast.h"
+#include "hybase/hcutil/socket_inside.h"
 #include "hybase/print.h"
 
 static_assert(sizeof(grpcUser_t) == sizeof(grpcAccount_t) &&
@@ -47,6 +49,13 @@ int32_t SendResponse(_grpc_t* ctx, const char* text, int32_t len) {
     return connection->SendPkg(kGrpcPacketType, text, len, kResponseWaitSec);
 }
 
+// Not when the link is lost, or cut because the server stops.
+bool IsLinked(_grpc_t* ctx) {
+    _TCPServer* connection = HCTCPGrpcServer::GetThis(ctx);
+    if (connection == nullptr || connection->m_pSocket == nullptr) return true;
+    return !connection->IsNeedClear() && !SocketInside::IsCut(*connection->m_pSocket);
+}
+
 }  // namespace
 
 // ---- A client's connection ----
@@ -68,7 +77,8 @@ void _TCPServer::PkgReceived(unsigned int type, char* data, int len) {
     if (type != kGrpcPacketType) return;
     data[len] = '\0';
     if (m_pServer != nullptr) m_pServer->PrintMsg_Recv(data);
-    grpc_s_serve_locked(m_pGrpc, data, len, m_hMutex);
+    if (m_pGrpc == nullptr) return;
+    grpc_engine::ServeWhileWanted(m_pGrpc, data, len, m_hMutex, IsLinked);
 }
 
 void _TCPServer::OnEvent(NPEvent_e event) {
