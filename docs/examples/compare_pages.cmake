@@ -1,4 +1,5 @@
-# Fails when a page of the manual quotes an example in another wording than the example's file.
+# Fails when a page of the manual quotes an example in another wording than the example's file: a whole
+# file, whose first line names it, or a part of one, under a line "// from docs/examples/NAME".
 file(GLOB pages "${CMAKE_CURRENT_LIST_DIR}/../*.md" "${CMAKE_CURRENT_LIST_DIR}/../../README.md")
 file(GLOB examples "${CMAKE_CURRENT_LIST_DIR}/*.c" "${CMAKE_CURRENT_LIST_DIR}/*.cpp")
 foreach(page ${pages})
@@ -11,4 +12,14 @@ foreach(page ${pages})
     if(text MATCHES "```[a-z]+\n(// docs/examples/[^\n]*)")
         message(SEND_ERROR "${page}: the block \"${CMAKE_MATCH_1}\" is not what the file holds")
     endif()
+    while(text MATCHES "```[a-z]+\n// from docs/examples/([^\n]*)\n([^`]*)```")
+        set(name "${CMAKE_MATCH_1}")
+        set(part "${CMAKE_MATCH_2}")
+        string(REPLACE "// from docs/examples/${name}\n${part}" "" text "${text}")
+        file(READ "${CMAKE_CURRENT_LIST_DIR}/${name}" code)
+        string(FIND "${code}" "${part}" at)
+        if(at EQUAL -1)
+            message(SEND_ERROR "${page}: the part of \"${name}\" is not what the file holds")
+        endif()
+    endwhile()
 endforeach()

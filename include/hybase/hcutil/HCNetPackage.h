@@ -22,7 +22,7 @@ struct Pieces;
 /// @ingroup packets
 /// What HCNetPackage::OnEvent() reports.
 enum NPEvent_e {
-    NPE_DISCONNECTED = 0,    ///< a receive or SendPkg() failed, or a bad header arrived
+    NPE_DISCONNECTED = 0,    ///< a receive or SendPkg() failed, or a bad header or a limit ended it
     NPE_LOGIN_OK = 1,        ///< client: the login reply was "OK"; server: StartAsServer()
     NPE_TIMEOUT = 2,         ///< the peer was silent for m_nMaxTimeoutCnt no-data intervals
     NPE_CONNECT_FAILED = 3,  ///< client: the socket could not be connected
@@ -44,6 +44,15 @@ enum NPState_e {
 /// A client connects, logs in with a credential record and, after a loss, does both again for as
 /// long as the object lives. A server connection gets an accepted, already logged-in socket from
 /// the packet service (HCNetPackageService.h) and ends its thread when the link is lost.
+///
+/// A lost link (a failed send, a bad header, silence, a limit) is cut at once: the peer sees the
+/// close, and a server connection executes nothing more that came over it. After a failed send the
+/// system drops what it still had to send.
+///
+/// A client tries again at once after a loss, 10 seconds after a connect or login that failed. One
+/// that was let in and lost within a second pauses before: 100 ms, doubling up to 10 seconds, each
+/// 25 percent more or less.
+///
 /// [docs/protocol.md](docs/protocol.md) shows the bytes on the wire.
 ///
 /// Use it by deriving from it and overriding the hooks PkgReceived(), TimerTick_Nodata() and
@@ -71,8 +80,8 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
   public:
     HCNetPackage();  ///< no socket, no thread: a StartAs... call brings both
 
-    /// Stops the thread (within 0.5 s, or the time a connect under way still takes), closes and
-    /// deletes the socket. No other thread may be inside a call of this object any more.
+    /// Stops the thread as StopThread() does, closes and deletes the socket. No other thread may be
+    /// inside a call of this object any more.
     ~HCNetPackage() override;
 
     HCNetPackage(const HCNetPackage&) = delete;  ///< not to be copied
@@ -83,7 +92,7 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
 
     /// @name Hooks
     /// They do nothing here, and must not block for long: the next receive, keep-alive and
-    /// time-outs wait for them.
+    /// time-outs wait for them. A stop raises no event.
     /// @{
 
     /// A data packet that is not empty. `data[0..len-1]` is the payload and `data[len]` a zero
@@ -96,14 +105,14 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
 
     /// Mostly on the connection thread, without a lock. Exceptions: StartAsServer() and a
     /// StartAsClient() that connects at once call it on their caller's thread, and NPE_DISCONNECTED
-    /// after a failed send comes on the sender's thread with m_hSendMutex held: a hook that calls
-    /// SendPkg() on this same connection from there would wait for itself for ever. One loss may be
-    /// reported twice, by a sender and by the connection thread.
+    /// after a failed send comes on the sender's thread with m_hSendMutex held: a hook must not
+    /// take it, nor call SendPkg() on this same connection. One loss is one event, or two when a
+    /// sender and the connection thread notice it at the same moment.
     virtual void OnEvent(NPEvent_e event);
     /// @}
 
     /// @name Starting
-    /// A second StartAs... call first stops and joins the thread of the one before.
+    /// A second StartAs... call first stops the thread of the one before as StopThread() does.
     /// @{
 
     /// Starts a client of `host`:`port` (for an HCUnixSocket the host is the name). At most 64
@@ -111,8 +120,8 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     /// `connectNow`: the first attempt to connect and log in is made before the call returns.
     /// `sock`: the socket to connect with, owned by this object from now on; taken only if none is
     /// held yet (else it stays the caller's). Null: an HCSocket is made. A failure to connect is
-    /// not reported here but by OnEvent(). The thread tries again after 10 seconds; after a failure
-    /// of `connectNow` it makes its first attempt at once.
+    /// not reported here but by OnEvent(). After a failure of `connectNow` the thread makes its
+    /// first attempt at once. Without memory for a thread the state is NPS_DISCONNECTED.
     void StartAsClient(int bufsize, const char* host, unsigned short port, bool connectNow,
                        HCSocket* sock);
 
@@ -121,7 +130,7 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
 
     /// Starts the server end on a connected, logged-in socket, owned by this object from now on.
     /// Raises NPE_LOGIN_OK on the caller's thread before the thread runs. A null socket is logged
-    /// and starts nothing.
+    /// and starts nothing. When no thread can be had the socket is closed at once.
     void StartAsServer(int bufsize, HCSocket* sock);
 
     /// Gives the connection the socket to use, e.g. an HCUnixSocket; call it before
@@ -138,7 +147,7 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
 
     /// Limits what the peer may cost: max_packet_bytes, packet_sec, max_unsent_bytes, unsent_sec
     /// and min_bytes_per_sec; the others are a service's. Call it before the start. A service that
-    /// has limits sets them for its connections.
+    /// has limits sets them for its connections after CreateServer().
     void SetLimits(const HCNetLimits& limits);
     /// @}
 
@@ -149,8 +158,9 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     /// or less are skipped. `waitSec`: how long to wait for a login under way, seconds, in steps of
     /// 100 ms; 0 fails at once. Returns the length of the last non-empty piece (12 when there is
     /// none), -1 when sending failed (the state is then NPS_DISCONNECTED), -21 when not logged in.
-    /// A payload above INT_MAX bytes is refused with -1 and leaves the connection as it is. Any
-    /// thread; takes m_hSendMutex, so packets of several threads are never mixed.
+    /// Without limits on sending it fails after 1 second without room for a piece. A payload above
+    /// INT_MAX bytes is refused with -1 and leaves the connection as it is. Any thread; takes
+    /// m_hSendMutex, so packets of several threads are never mixed.
     int SendPkg(unsigned int type, const char** bufs, const int* lens, int count, int waitSec);
 
     /// Sends one data packet whose payload is `data[0..len-1]`, as above.
@@ -165,10 +175,11 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     /// Accepting thread.
     /// @{
 
-    /// Reads a login request from `sock` (at most 5 seconds a read), has it decided by
-    /// `svc->CheckPasswd` and answers: "OK", the refusal text, or "FAILED". True when the client is
-    /// admitted and the reply was sent. Anything but a login request is not answered. Keeps no
-    /// pointer.
+    /// Reads a login request from `sock` (at most 5 seconds a read), has it decided by the limits
+    /// of `svc` and by `svc->CheckPasswd`, and answers: "OK", the refusal text, or "FAILED". True
+    /// when the client is admitted and the reply was sent. Anything but a login request is not
+    /// answered. Keeps no pointer. A service calls it for sockets of classes that an application
+    /// derives.
     static bool WaitingLogin(HCNetPackageService* svc, HCSocket* sock);
 
     /// Sends one login reply. 0, or -1 when it could not be sent whole.
@@ -176,7 +187,7 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     /// @}
 
     /// @name Reading packets
-    /// `flag`, `type` and `len` are those of the header, 0 when none came whole. `empty` tells
+    /// `flag`, `type` and `len` are those of the header, 0 when none came whole. `empty` says
     /// whether a header of length 0 came. Result: the payload's length; 0 when the packet was empty
     /// or nothing came whole in time; -1 when the link failed or the header is bad.
     /// @{
@@ -187,8 +198,8 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     static int __get_a_package(HCSocket* sock, unsigned int& flag, unsigned int& type, int& len,
                                bool& empty, char* buf, int maxlen);
 
-    /// Into m_pRecvBuf, which grows to the payload's length; `usec` microseconds a read. Connection
-    /// thread only.
+    /// Into m_pRecvBuf, which grows with the payload as it comes; `usec` microseconds a read, or
+    /// until the limits on receiving once the first byte is there. Connection thread only.
     int _getPackage(unsigned int& flag, unsigned int& type, int& len, bool& empty, int usec);
     /// @}
 
@@ -245,10 +256,12 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     /// @}
 
   protected:
-    /// Makes the connection thread end and waits for it. Call it first in the destructor of every
-    /// class that derives from this one: when that destructor has run, the hooks of the derived
-    /// class are gone, and a thread still running would call into a half-destroyed object. Calling
-    /// it again does nothing. Not from a hook.
+    /// Makes the connection thread end and waits for it. Cuts every wait of it and of senders, a
+    /// connect within 100 ms, without an event and without an ERR record; only a hook that runs,
+    /// one step of a request and a broadcast of the service under way are waited for. Call it
+    /// first in the destructor of every class that derives from this one: when that destructor has
+    /// run, the hooks of the derived class are gone, and a thread still running would call into a
+    /// half-destroyed object. Calling it again does nothing. Not from a hook.
     void StopThread();
 
   private:

@@ -29,11 +29,13 @@
 ///     };
 ///
 /// @par Threads
-/// One accepting thread a service, which runs the hooks CheckPasswd() and CreateServer(); each
-/// connection has its own thread. Each client has 5 seconds for each piece of its login, and delays
-/// no other. (Over a socket class that an application derives, logins are read one after the
-/// other.) The connections are kept in the HCObjVector base, which changes on the accepting thread;
-/// any other thread that walks it does so between BeginWalk() and EndWalk().
+/// One accepting thread a service, which runs the hooks CheckPasswd() and CreateServer(): while one
+/// of them takes its time, no other client is let in. Each connection has its own thread. The
+/// accepting thread collects the logins of all peers as they come; each peer has 5 seconds for each
+/// piece of its login, and delays no other. (Over a socket class that an application derives,
+/// logins are read one after the other.) The connections are kept in the HCObjVector base, which
+/// changes on the accepting thread; any other thread that walks it does so between BeginWalk() and
+/// EndWalk().
 ///
 /// Nothing throws. Diagnostics are log records (hlog.h).
 ///
@@ -58,14 +60,14 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
     virtual bool CheckPasswd(const char* data, int len, HCSocket* sock, std::string& message);
 
     /// Makes the object for a client that has logged in; owned by the service from then on. Null:
-    /// the client is turned away. Accepting thread.
+    /// the client's connection is closed, as it is when no thread can be had. Accepting thread.
     virtual HCNetPackage* CreateServer() = 0;
 
     /// Listens on `ip` (null: all addresses) and `port` and starts the accepting thread. `bufsize`:
-    /// receive buffer of each connection, bytes. 0, or -1 when listening failed or `ip` is no IPv4
-    /// address.
-    /// A second call stops accepting, listens again with the same socket object and goes on;
-    /// connections made before it stay.
+    /// receive buffer of each connection, bytes. 0, or -1 when listening failed, `ip` is no IPv4
+    /// address (with an HCSocket), or no thread can be had.
+    /// A second call stops accepting, cuts the logins under way, listens again with the same socket
+    /// object and goes on; connections made before it stay.
     int Start(int bufsize, const char* ip, unsigned short port);
 
     /// The same on all addresses.
@@ -97,11 +99,12 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
 
   protected:
     /// Stops accepting, closes the listening socket, stops and disposes of every connection. Takes
-    /// less than a second whatever the peers do, unless a hook runs for longer: all connections and
-    /// logins are cut off, without an event and without an ERR record. Call it first in the
-    /// destructor of every class that derives from this one: the threads call CheckPasswd(),
-    /// CreateServer() and the hooks of the connections, and must not find a half-destroyed object.
-    /// Calling it again does nothing. Not from a hook.
+    /// less than a second whatever the peers do, unless a hook runs for longer or, without
+    /// max_packet_bytes, a huge request is being parsed: all connections and logins are cut,
+    /// without an event and without an ERR record. Call it first in the destructor of every class
+    /// that derives from this one: the threads call CheckPasswd(), CreateServer() and the hooks of
+    /// the connections, and must not find a half-destroyed object. Calling it again does nothing.
+    /// Not from a hook.
     void StopService();
 
     /// Begins a walk: until EndWalk() the connections neither change nor go away. Any thread, hooks

@@ -25,6 +25,9 @@
 ///
 /// Writing to a connection that the peer has reset raises SIGPIPE: programs ignore that signal.
 ///
+/// A packet connection or a packet service that is stopped ends the waits on its socket at once,
+/// those of Connect() within 100 ms, without a record.
+///
 /// @par Threads
 /// A socket has no lock. One thread may send while another one receives; everything else is the
 /// owner's to serialise.
@@ -46,13 +49,14 @@ class HYBASE_API HCSocket {
     /// descriptor may be open, but not connected.
     virtual int Connect(const char* host, unsigned short port, int timeout);
 
-    /// Listens on an IPv4 address of this machine, on all of them if `host` is null; backlog 5.
-    /// Port 0 lets the system choose. A descriptor that is still open is closed first. Returns 0,
-    /// or -1; after -1 the descriptor is closed.
+    /// Listens on an IPv4 address of this machine, on all of them if `host` is null; backlog 5,
+    /// which a packet service raises (HCNetLimits::backlog). Port 0 lets the system choose. A
+    /// descriptor that is still open is closed first. Returns 0, or -1; after -1 the descriptor is
+    /// closed.
     virtual int Listen(unsigned short port, const char* host);
 
     /// Waits `timeout` seconds for a connection and returns it as a new socket, to be deleted by
-    /// the caller; its m_szHost and m_nPort tell the peer. Null for a time-out or a failure. The
+    /// the caller; its m_szHost and m_nPort name the peer. Null for a time-out or a failure. The
     /// socket returned may have descriptor -1, when others kept taking the connections waited for.
     virtual HCSocket* Accept(int timeout);
 
@@ -96,7 +100,8 @@ class HYBASE_API HCSocket {
     std::atomic<bool> m_bCut{false};  // another thread of this process has cut the connection
 
   protected:
-    // What a wait of a derived class has to look at.
+    /// True when the packet connection or service that owns the socket has cut it, because the link
+    /// is lost or for a stop: a wait of a derived class ends then, as those of this class do.
     const std::atomic<bool>& CutFlag() const { return m_bCut; }
 
   public:

@@ -10,9 +10,9 @@
 
 /// The JSON call engine (grpc.h) used from the calling side over a packet connection.
 ///
-/// The client connects, logs in and reconnects by itself (HCNetPackage.h). Requests are made with
-/// the engine's calls on m_pGrpc; each response or notification is handed to the handler of its
-/// method:
+/// The client connects, logs in and reconnects by itself (HCNetPackage.h says when). Requests are
+/// made with the engine's calls on m_pGrpc; each response or notification is handed to the handler
+/// of its method:
 ///
 ///     HCTCPGrpcClient client;
 ///     client.Start(handlers, 10240, "192.0.2.7", 9000, false);

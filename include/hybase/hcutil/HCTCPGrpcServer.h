@@ -69,9 +69,12 @@ class HYBASE_API _TCPServer : public HCNetPackage {
 ///
 /// @par Threads
 /// Handlers run on the thread of their connection with m_hMutex held, so handlers of one server
-/// never run at the same time. They may call Send2Client, which any thread may.
-/// When a response cannot be sent, OnEvent(NPE_DISCONNECTED) of the connection runs inside that
-/// send, with m_hMutex and the connection's m_hSendMutex held: an override takes neither.
+/// never run at the same time. The mutex is also held while the accounts of a context are read, but
+/// not while a request is parsed, its digest computed, the response printed or sent: no large
+/// request and no slow peer holds up the others. Handlers may call Send2Client, which any thread
+/// may. When a message cannot be sent, OnEvent(NPE_DISCONNECTED) of the connection runs inside that
+/// send, with its m_hSendMutex held, and with m_hMutex when a handler sends: an override takes
+/// neither.
 ///
 /// @ingroup rpc_transport
 class HYBASE_API HCTCPGrpcServer : public HCNetPackageService {
@@ -87,11 +90,12 @@ class HYBASE_API HCTCPGrpcServer : public HCNetPackageService {
     HCNetPackage* CreateServer() override;
 
     /// Prints a text that is sent, as `"grpc resp: [%s]\n"` on standard output, if m_bPrintResp is
-    /// set. For responses m_hMutex is held.
+    /// set; with hlog_set_print() elsewhere. m_hMutex is held only when a handler calls
+    /// Send2Client(), so an override may run for several connections at the same time.
     virtual void PrintMsg_Resp(const char* text);
 
     /// Prints a text that was received, as `"grpc recv: [%s]\n"` on standard output, if
-    /// m_bPrintRecv is set. m_hMutex is held.
+    /// m_bPrintRecv is set; otherwise as PrintMsg_Resp().
     virtual void PrintMsg_Recv(const char* text);
 
     /// Starts serving `methods` (not copied; ends with a row without a name; must outlive the
@@ -110,9 +114,10 @@ class HYBASE_API HCTCPGrpcServer : public HCNetPackageService {
     /// `target` is null. Adds the member "method" to `json` (again with each call), which stays the
     /// caller's; `bin[0..binlen-1]` follows the text and its zero byte as binary data.
     /// Returns what SendPkg() gave: the bytes of the message, or its failure (of the last client,
-    /// when there are several); -1 when there was nobody to send to, `target` has left, or memory
-    /// is short. Any thread, also from a handler; a client is never deleted while it is being sent
-    /// to.
+    /// when there are several); -1 when there was no client to send to, `target` has left, or
+    /// memory is short. Any thread, also from a handler. Clients without room are waited for
+    /// together, each as long as SendPkg() would wait for it alone; no client that comes or goes
+    /// waits meanwhile, and none is deleted while it is being sent to.
     int Send2Client(HCNetPackage* target, const char* method, cJSON* json, void* bin, int binlen);
 
     /// For handlers: the connection a context belongs to.
@@ -125,7 +130,7 @@ class HYBASE_API HCTCPGrpcServer : public HCNetPackageService {
     /// Set m_pUserparam and m_nLevel before StartService().
     /// @{
 
-    arch_mutex_t m_hMutex;                  ///< owned; held while a request is served
+    arch_mutex_t m_hMutex;                  ///< owned; held while a handler runs, see Threads above
     std::atomic<grpcMethod_t*> m_pMethods;  ///< not owned
     void* m_pUserparam;                     ///< the owner's pointer, default null
     int m_nLevel;             ///< default 0; becomes the c_account level of each client's context
