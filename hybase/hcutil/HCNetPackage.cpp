@@ -218,7 +218,7 @@ void HCNetPackage::SetHost(const char* host) {
 }
 
 void HCNetPackage::SetSocket(HCSocket* sock) {
-    if (sock == nullptr) return;
+    if (sock == nullptr || Socket() != nullptr) return;
     // A thread already started may be making a socket of its own: the first one stays.
     HCSocket* none = nullptr;
     __atomic_compare_exchange_n(&m_pSocket, &none, sock, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);

@@ -289,8 +289,9 @@ int HCSocket::Recv(char* buf, int len, int timeout) {
             HLOG_ERR("socket recv err %d %d %s\n", static_cast<int>(result), errno,
                      strerror(errno));
         } else {
-            HLOG_ERR("socket recv err [%d][%s][%s][%d]\n", static_cast<int>(result),
-                     strerror(errno), m_szHost, m_nPort);
+            if (!m_bCut)
+                HLOG_ERR("socket recv err [%d][%s][%s][%d]\n", static_cast<int>(result),
+                         strerror(errno), m_szHost, m_nPort);
             return -1;
         }
     }

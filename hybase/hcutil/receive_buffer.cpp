@@ -15,16 +15,13 @@ size_t Bytes(int size) { return static_cast<size_t>(std::max(size, 0)) + 1; }
 
 bool IsMapping(int size) { return Bytes(size) >= kSmallestMapping; }
 
-char* OrNull(void* mapping) {
-    return mapping != MAP_FAILED ? static_cast<char*>(mapping) : nullptr;
-}
-
 }  // namespace
 
 char* NewReceiveBuffer(int size) {
     if (!IsMapping(size)) return new (std::nothrow) char[Bytes(size)];
-    return OrNull(
-        mmap(nullptr, Bytes(size), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    void* mapping =
+        mmap(nullptr, Bytes(size), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return mapping != MAP_FAILED ? static_cast<char*>(mapping) : nullptr;
 }
 
 void DeleteReceiveBuffer(char* buffer, int size) {
@@ -37,8 +34,6 @@ void DeleteReceiveBuffer(char* buffer, int size) {
 }
 
 char* ResizeReceiveBuffer(char* buffer, int size, int new_size, int kept) {
-    if (IsMapping(size) && IsMapping(new_size))
-        return OrNull(mremap(buffer, Bytes(size), Bytes(new_size), MREMAP_MAYMOVE));
     char* resized = NewReceiveBuffer(new_size);
     if (resized == nullptr) return nullptr;
     if (kept > 0) memcpy(resized, buffer, static_cast<size_t>(kept));

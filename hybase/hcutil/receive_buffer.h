@@ -1,5 +1,5 @@
-// Memory that packets are received into. Large buffers are mappings of their own: they grow without
-// being copied, and go back to the system, whatever malloc keeps for later.
+// Memory that packets are received into. Large buffers are mappings of their own and go back to the
+// system, whatever malloc keeps for later.
 #ifndef HYBASE_HCUTIL_RECEIVE_BUFFER_H
 #define HYBASE_HCUTIL_RECEIVE_BUFFER_H
 
