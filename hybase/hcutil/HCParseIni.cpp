@@ -105,24 +105,24 @@ size_t HCIniHash::operator()(std::string_view key) const { return HashOf(key); }
 
 size_t HCIniPairs::PlaceOf(std::string_view key, uint32_t hash) const {
     size_t place = hash & m_nMask;
-    for (; m_slots[place].number != 0; place = (place + 1) & m_nMask) {
-        const Slot& slot = m_slots[place];
-        if (slot.hash == hash && m_pairs[slot.number - 1].first == key) break;
+    for (; m_slots[place].second != 0; place = (place + 1) & m_nMask) {
+        const auto& [slot_hash, number] = m_slots[place];
+        if (slot_hash == hash && m_pairs[number - 1].first == key) break;
     }
     return place;
 }
 
 const HCIniPairs::value_type* HCIniPairs::Find(std::string_view key) const {
     if (m_pairs.empty()) return nullptr;
-    const Slot& slot = m_slots[PlaceOf(key, HashOf(key))];
-    return slot.number != 0 ? &m_pairs[slot.number - 1] : nullptr;
+    const uint32_t number = m_slots[PlaceOf(key, HashOf(key))].second;
+    return number != 0 ? &m_pairs[number - 1] : nullptr;
 }
 
 void HCIniPairs::Add(std::string_view key, std::string_view value) {
     if (m_pairs.size() * 2 >= m_slots.size()) Grow();
     const uint32_t hash = HashOf(key);
     Slot& slot = m_slots[PlaceOf(key, hash)];
-    if (slot.number != 0) return;
+    if (slot.second != 0) return;
     m_pairs.emplace_back(key, value);
     slot = {hash, static_cast<uint32_t>(m_pairs.size())};
 }
@@ -131,9 +131,9 @@ void HCIniPairs::Grow() {
     std::vector<Slot> slots(std::max<size_t>(m_slots.size() * 2, 16));
     m_nMask = slots.size() - 1;
     for (const Slot& slot : m_slots) {
-        if (slot.number == 0) continue;
-        size_t place = slot.hash & m_nMask;
-        while (slots[place].number != 0) place = (place + 1) & m_nMask;
+        if (slot.second == 0) continue;
+        size_t place = slot.first & m_nMask;
+        while (slots[place].second != 0) place = (place + 1) & m_nMask;
         slots[place] = slot;
     }
     m_slots.swap(slots);

@@ -39,11 +39,9 @@ class HCIniPairs {
     }  ///< behind the last
 
   private:
-    // A place of the index. Keys are looked for from the place of their hash on.
-    struct Slot {
-        uint32_t hash;
-        uint32_t number;  // of the pair, from 1; 0 for none
-    };
+    // A place of the index: the hash of a key, and the number of its pair from 1, 0 for none. Keys
+    // are looked for from the place of their hash on.
+    using Slot = std::pair<uint32_t, uint32_t>;
     size_t PlaceOf(std::string_view key, uint32_t hash) const;
     void Grow();
 
