@@ -38,7 +38,13 @@ int32_t Count(_grpc_t*) {
     return 0;
 }
 
-grpcMethod_t g_methods[] = {{"count", Count, 2}, {nullptr, nullptr, 0}};
+int32_t CountSlowly(_grpc_t* ctx) {
+    std::this_thread::sleep_for(100ms);
+    return Count(ctx);
+}
+
+grpcMethod_t g_methods[] = {
+    {"count", Count, 2}, {"count_slowly", CountSlowly, 2}, {nullptr, nullptr, 0}};
 
 const string kBob = R"("user":{"name":"bob","digest":"7526fe64f255f80ba09c2ef32bac2079"})";
 const string kRequest = R"({"method":"count","sentcnt":7,)" + kBob + "}";
@@ -274,6 +280,19 @@ TEST_F(Hostile, StopsWaitForNoPeer) {
     }
     for (const string& record : log.Take()) EXPECT_NE(record.substr(0, 3), "ERR") << record;
     for (int fd : filling) close(fd);
+}
+
+TEST_F(Hostile, AnswerUnderWayGoesOutBeforeAStop) {
+    server->m_nAccountCnt = 0;
+    Serve();
+    Peer peer = LoggedIn(port);
+    peer.Send(Data(R"({"method":"count_slowly"})"));
+    std::this_thread::sleep_for(30ms);
+    server.reset();
+    EXPECT_EQ(g_executed, 1);
+    const string answer = R"({"method":"count_slowly","error":{"errorcode":0},"sentcnt":0})";
+    EXPECT_EQ(peer.Receive(int(answer.size()) + 12), Data(answer));
+    EXPECT_TRUE(peer.HungUp());
 }
 
 TEST_F(Hostile, ServiceListensAtIPv4AddressesOnly) {

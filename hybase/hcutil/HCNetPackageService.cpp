@@ -30,6 +30,7 @@ constexpr int kDefaultPendingLogins = 256;
 constexpr int64_t kPauseAfterFailureMs = 100;
 constexpr useconds_t kGiveWayStepUs = 1000;
 constexpr int kGiveWaySteps = 20;
+constexpr int kGraceSteps = 300;  // of kGiveWayStepUs
 
 constexpr char kAdmitted[] = "OK";
 constexpr char kRefused[] = "FAILED";
@@ -154,14 +155,33 @@ void HCNetPackageService::StopService() {
     // Gives up the port. A service that starts again leaves this to Listen.
     if (m_pListenSocket != nullptr) m_pListenSocket.load()->Close();
     // All threads at once, so that the wait is that of the slowest and not the sum of all.
+    int busy = ForAll([](HCNetPackage& connection) {
+        connection.TellToStop();
+        return true;
+    });
+    // Answers under way have a moment to go out.
+    for (int i = 0; i < kGraceSteps && busy > 0; i++) {
+        usleep(kGiveWayStepUs);
+        busy = ForAll([](HCNetPackage& connection) { return connection.InUse(); });
+    }
+    ForAll([](HCNetPackage& connection) {
+        connection.CutLink(SocketInside::kAll);
+        return true;
+    });
+    HCObjOfVector* connection = nullptr;
+    while (UnlinkFirst(connection)) StopAndDispose(connection);
+}
+
+// Calls `act` for each connection; returns how often it gave true.
+int HCNetPackageService::ForAll(bool (*act)(HCNetPackage&)) {
+    int count = 0;
     BeginWalk();
     for (int i = 0; i < GetCnt(); i++) {
         auto* connection = dynamic_cast<HCNetPackage*>(At(i));
-        if (connection != nullptr) connection->TellToStop();
+        if (connection != nullptr && act(*connection)) count++;
     }
     EndWalk();
-    HCObjOfVector* connection = nullptr;
-    while (UnlinkFirst(connection)) StopAndDispose(connection);
+    return count;
 }
 
 void HCNetPackageService::StopAccepting() {
@@ -170,7 +190,7 @@ void HCNetPackageService::StopAccepting() {
     // Wakes the accepting thread; Listen makes a new descriptor.
     HCSocket* listening = m_hThread != nullptr ? m_pListenSocket.load() : nullptr;
     if (listening != nullptr && SocketInside::IsOurs(*listening))
-        SocketInside::Cut(*listening, true);
+        SocketInside::CutOff(*listening, SocketInside::kAll, true);
     Join(nullptr);
     if (listening != nullptr) SocketInside::EndCut(*listening);
 }
@@ -180,7 +200,7 @@ void HCNetPackageService::CutLogins(bool cut) {
     HCMutex lock(m_hLoginMutex);
     m_bCutLogins = cut;
     if (cut && m_pState != nullptr && m_pState->login_socket != nullptr)
-        SocketInside::Cut(*m_pState->login_socket, true);
+        SocketInside::CutOff(*m_pState->login_socket, SocketInside::kAll, true);
 }
 
 // No lock is held: a handler of this very connection may be walking while its thread is waited for.
@@ -285,7 +305,7 @@ bool HCNetPackageService::LogInOwnWay(HCSocket* sock) {
 void HCNetPackageService::SetLoginSocket(HCSocket* sock) {
     HCMutex lock(m_hLoginMutex);
     m_pState->login_socket = sock;
-    if (m_bCutLogins && sock != nullptr) SocketInside::Cut(*sock, true);
+    if (m_bCutLogins && sock != nullptr) SocketInside::CutOff(*sock, SocketInside::kAll, true);
 }
 
 // True when the client is admitted and was told so.

@@ -89,8 +89,9 @@ bool LeftToTheWait(int error) {
 #define LOG_AS(function, ...) \
     hlog_printf_ex(HLOG_LEVEL_ERR, __FILE__, function, __LINE__, __VA_ARGS__)
 
-void LogReceiveAll(int result, bool cut) {
-    if (!cut) LOG_AS("RecvAll", "socket recvall err %d %d %s\n", result, errno, strerror(errno));
+void LogReceiveAll(int result, char cut) {
+    if (cut == 0)
+        LOG_AS("RecvAll", "socket recvall err %d %d %s\n", result, errno, strerror(errno));
 }
 
 }  // namespace
@@ -143,8 +144,8 @@ int HCSocket::Connect(const char* host, unsigned short port, int timeout) {
     }
     // After a refusal the next connect begins a new attempt, so all waits have a use.
     for (int wait = 0; wait < kConnectWaits; wait++) {
-        const int found = WaitTime::Seconds(timeout).ForUnlessCut(fd, POLLIN | POLLOUT, m_bCut);
-        if (m_bCut) return -1;
+        const int found = WaitTime::Seconds(timeout).ForUnlessCut(fd, POLLIN | POLLOUT, m_nCut);
+        if (m_nCut) return -1;
         if (found < 0) {
             HLOG_ERR("client : network error in connect\n");
         } else if (found == 0) {
@@ -242,7 +243,7 @@ int HCSocket::Send(const char* buf, int len, int timeout) {
                 return -1;
             }
         }
-        if (m_bCut) {
+        if (SocketInside::IsCut(*this)) {
             errno = EPIPE;
             return -1;
         }
@@ -289,7 +290,7 @@ int HCSocket::Recv(char* buf, int len, int timeout) {
             HLOG_ERR("socket recv err %d %d %s\n", static_cast<int>(result), errno,
                      strerror(errno));
         } else {
-            if (!m_bCut)
+            if (!m_nCut)
                 HLOG_ERR("socket recv err [%d][%s][%s][%d]\n", static_cast<int>(result),
                          strerror(errno), m_szHost, m_nPort);
             return -1;
@@ -301,7 +302,7 @@ int HCSocket::RecvAll(char* buf, int len, int timeout) {
     if (m_nSocket < 0 || buf == nullptr || timeout == 0 || len < 1) return -1;
     for (int got = 0; got < len;) {
         const int result = Recv(buf + got, len - got, timeout);
-        if (result < 0) LogReceiveAll(result, m_bCut);
+        if (result < 0) LogReceiveAll(result, m_nCut);
         if (result < 1) return result;
         got += result;
     }
@@ -321,9 +322,9 @@ bool SocketInside::IsOurs(const HCSocket& sock) {
     return typeid(sock) == typeid(HCSocket) || typeid(sock) == typeid(HCUnixSocket);
 }
 
-void SocketInside::Cut(HCSocket& sock, bool connected) {
-    sock.m_bCut = true;
-    if (connected) shutdown(sock.m_nSocket, SHUT_RDWR);
+void SocketInside::CutOff(HCSocket& sock, Cut what, bool connected) {
+    if (sock.m_nCut < what) sock.m_nCut = what;
+    if (connected) shutdown(sock.m_nSocket, what == kAll ? SHUT_RDWR : SHUT_RD);
 }
 
 void SocketInside::DropUnsent(const HCSocket& sock) {
@@ -334,7 +335,7 @@ void SocketInside::DropUnsent(const HCSocket& sock) {
 int SocketInside::RecvMore(HCSocket& sock, char* buf, int len, int& got) {
     while (got < len) {
         const int result = sock.Recv(buf + got, len - got, 0);
-        if (result < 0) LogReceiveAll(result, sock.m_bCut);
+        if (result < 0) LogReceiveAll(result, sock.m_nCut);
         if (result < 1) return result;
         got += result;
     }

@@ -7,6 +7,7 @@
 
 #include <new>
 
+#include "hybase/hcutil/socket_inside.h"
 #include "hybase/hcutil/socket_wait.h"
 #include "hybase/hlog.h"
 #include "hybase/print.h"
@@ -59,8 +60,9 @@ int HCUnixSocket::Connect(const char* name, unsigned short /*port*/, int timeout
                  m_nPort);
         return -1;
     }
-    const int found = WaitTime::Seconds(timeout).ForUnlessCut(fd, POLLIN | POLLOUT, CutFlag());
-    if (CutFlag()) return -1;
+    const int found =
+        WaitTime::Seconds(timeout).ForUnlessCut(fd, POLLIN | POLLOUT, SocketInside::CutFlag(*this));
+    if (SocketInside::CutFlag(*this)) return -1;
     if (found < 0) {
         HLOG_ERR("client : network error in connect\n");
     } else if (found == 0) {

@@ -115,7 +115,7 @@ void PacketBroadcast::Fail(Entry& entry) {
     connection.m_pState->unsent -= entry.packet->Result();
     if (connection.m_bRun) entry.packet->LogFailure();
     connection.m_nConnectState = NPS_DISCONNECTED;
-    connection.CutLink(true);
+    connection.AbortLink();
 }
 
 bool PacketBroadcast::Any(Stage stage) const {

@@ -9,12 +9,18 @@ struct SocketInside {
     // come and go, so only its virtual operations are called.
     static bool IsOurs(const HCSocket& sock);
 
-    // Ends every wait on the socket, on whichever thread, without a record: a Connect under way
-    // fails within 100 ms, everything else at once. `connected`: the descriptor cannot change
-    // meanwhile.
-    static void Cut(HCSocket& sock, bool connected);
-    static void EndCut(HCSocket& sock) { sock.m_bCut = false; }
-    static bool IsCut(const HCSocket& sock) { return sock.m_bCut; }
+    enum Cut : char {
+        kNoCut,
+        kReceiving,  // what is under way may still be sent
+        kAll
+    };
+
+    // Ends waits on the socket, on whichever thread, without a record: a Connect under way fails
+    // within 100 ms, everything else at once. `connected`: the descriptor cannot change meanwhile.
+    static void CutOff(HCSocket& sock, Cut what, bool connected);
+    static void EndCut(HCSocket& sock) { sock.m_nCut = kNoCut; }
+    static const std::atomic<char>& CutFlag(const HCSocket& sock) { return sock.m_nCut; }
+    static bool IsCut(const HCSocket& sock) { return sock.m_nCut == kAll; }
 
     // Closing drops what is not sent: half a packet is of no use, and a peer that does not read
     // would otherwise see no close and keep the system's buffers full.

@@ -20,7 +20,7 @@ class WaitTime {
     int For(int fd, short events) { return ForAtMost(left_us_, fd, events); }
 
     // The same, but a time-out also within 100 ms after `cut` was set.
-    int ForUnlessCut(int fd, short events, const std::atomic<bool>& cut) {
+    int ForUnlessCut(int fd, short events, const std::atomic<char>& cut) {
         constexpr int64_t kStepUs = 100000;
         for (;;) {
             const int found = ForAtMost(left_us_ < kStepUs ? left_us_ : kStepUs, fd, events);

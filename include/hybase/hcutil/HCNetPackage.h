@@ -257,8 +257,9 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
 
   protected:
     /// Makes the connection thread end and waits for it. Cuts every wait of it and of senders, a
-    /// connect within 100 ms, without an event and without an ERR record; only a hook that runs,
-    /// one step of a request and a broadcast of the service under way are waited for. Call it
+    /// connect within 100 ms, without an event and without an ERR record; a packet that is being
+    /// sent has 0.3 s to go out. Only a hook that runs, one step of a request and a broadcast of
+    /// the service under way are waited for. Call it
     /// first in the destructor of every class that derives from this one: when that destructor has
     /// run, the hooks of the derived class are gone, and a thread still running would call into a
     /// half-destroyed object. Calling it again does nothing. Not from a hook.
@@ -278,7 +279,8 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
 
     // Any thread.
     void TellToStop();
-    void CutLink(bool drop_unsent = false);
+    void CutLink(char what);  // SocketInside::Cut
+    void AbortLink();
     bool InUse() const;
     HCSocket* Socket() const;
 

@@ -101,7 +101,8 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
     /// Stops accepting, closes the listening socket, stops and disposes of every connection. Takes
     /// less than a second whatever the peers do, unless a hook runs for longer or, without
     /// max_packet_bytes, a huge request is being parsed: all connections and logins are cut,
-    /// without an event and without an ERR record. Call it first in the destructor of every class
+    /// without an event and without an ERR record, and answers under way have 0.3 s to go out.
+    /// Call it first in the destructor of every class
     /// that derives from this one: the threads call CheckPasswd(), CreateServer() and the hooks of
     /// the connections, and must not find a half-destroyed object. Calling it again does nothing.
     /// Not from a hook.
@@ -123,6 +124,7 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
     void StopAccepting();
     void CutLogins(bool cut);
     void StopAndDispose(HCObjOfVector* element);
+    int ForAll(bool (*act)(HCNetPackage&));
 
     // On the accepting thread.
     void AcceptPass(HCSocket& listening);

@@ -97,12 +97,7 @@ class HYBASE_API HCSocket {
     friend struct SocketInside;  // packet connections and the packet service
     // Both live in the padding: the fields around them keep their places.
     bool m_bMore = false;
-    std::atomic<bool> m_bCut{false};  // another thread of this process has cut the connection
-
-  protected:
-    /// True when the packet connection or service that owns the socket has cut it, because the link
-    /// is lost or for a stop: a wait of a derived class ends then, as those of this class do.
-    const std::atomic<bool>& CutFlag() const { return m_bCut; }
+    std::atomic<char> m_nCut{0};  // what another thread of this process has cut off
 
   public:
     sockaddr_in m_addr4{};   ///< the IPv4 address connected to or listened on
