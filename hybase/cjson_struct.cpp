@@ -80,13 +80,6 @@ bool NotSupported(int32_t type) {
     return false;
 }
 
-// Whether the structures of the row's table fit into the member, whose size a row written by hand
-// may leave at 0; says when they do not.
-bool Fits(const kinfo_t& row, int32_t count) {
-    const int64_t bytes = int64_t{count} * StructSize(row.sub_key);
-    return row.size <= 0 || bytes <= row.size || NotSupported(KINFO_OBJECT);
-}
-
 // Whether the elements of an array or vector can be converted; says once a row when they cannot.
 bool HasElements(const kinfo_t& row) {
     if (!IsSingle(row.sub_type)) return NotSupported(row.sub_type);
@@ -94,7 +87,7 @@ bool HasElements(const kinfo_t& row) {
         Print("ERROR: kinfo[i].sub_key should not be NULL\n");
         return false;
     }
-    return row.type != KINFO_ARRAY || row.sub_type != KINFO_OBJECT || Fits(row, row.count);
+    return true;
 }
 
 Shape ArrayElement(const kinfo_t& row) {
@@ -206,7 +199,7 @@ void FillStruct(const kinfo_t* table, const cJSON* object, char* base) {
             if (HasElements(*row)) FillElements(ArrayElement(*row), item, row->count, at);
         } else if (row->type == KINFO_VECTOR) {
             FillVector(*row, item, at);
-        } else if (row->type != KINFO_OBJECT || Fits(*row, 1)) {
+        } else {
             FillSingle({row->type, row->size, row->sub_key}, item, at);
         }
     }
@@ -334,7 +327,6 @@ cJSON* MemberOf(const Maker& maker, const kinfo_t& row, const char* at) {
         return ItemsOf(maker, {row.sub_type, 0, row.sub_key},
                        static_cast<const HVector*>(Load<const void*>(at)));
     }
-    if (row.type == KINFO_OBJECT && !Fits(row, 1)) return nullptr;
     if (IsSingle(row.type)) return SingleOf(maker, {row.type, row.size, row.sub_key}, at);
     NotSupported(row.sub_type);
     return nullptr;

@@ -139,13 +139,13 @@ int32_t SendWithTail(_grpc_t* ctx, const char* text, size_t text_length, const v
 namespace grpc_engine {
 
 HeapTrim::HeapTrim(const char* text)
-    : wanted_(text != nullptr && strnlen(text, kLargeTextBytes) == kLargeTextBytes) {}
+    : large_(text != nullptr && strnlen(text, kLargeTextBytes) == kLargeTextBytes) {}
 
 // No more often than that: it takes 3 to 10 ms for each MiB of text, a sixth of what the message
 // itself took, and threads that share the heap wait as long when they allocate.
 HeapTrim::~HeapTrim() {
 #ifdef __GLIBC__
-    if (wanted_) malloc_trim(0);
+    if (large_) malloc_trim(0);
 #endif
 }
 

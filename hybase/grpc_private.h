@@ -64,9 +64,10 @@ class HeapTrim {
     ~HeapTrim();
     HeapTrim(const HeapTrim&) = delete;
     HeapTrim& operator=(const HeapTrim&) = delete;
+    bool Large() const { return large_; }
 
   private:
-    [[maybe_unused]] bool wanted_;
+    bool large_;
 };
 
 // Copies what fits and terminates it; a null text gives an empty one. The two may overlap.
@@ -121,8 +122,8 @@ void ForgetRequest(_grpc_t* ctx, const char* method, int32_t sentcnt);
 // Asked between the steps of serving: whether the answer can still reach the caller.
 using StillWanted = bool (*)(_grpc_t* ctx);
 
-// grpc_s_serve_locked, but a message that is not wanted any more is neither executed nor printed: a
-// large one takes seconds.
+// grpc_s_serve_locked, but a message that is not wanted any more is not executed, and a large
+// answer that is not wanted any more is not printed: either may take seconds.
 int32_t ServeWhileWanted(_grpc_t* ctx, const char* text, int32_t len, arch_mutex_t mutex,
                          StillWanted still_wanted);
 

@@ -194,7 +194,8 @@ int32_t grpc_engine::ServeWhileWanted(_grpc_t* ctx, const char* text, int32_t le
                                       arch_mutex_t mutex, StillWanted still_wanted) {
     const HeapTrim after_all(text);
     Serve(ctx, text, len, mutex, still_wanted);
-    if (!still_wanted(ctx)) DropMessage(ctx);
+    // Printing a large answer may take seconds; a small one is sent on the chance that it arrives.
+    if (after_all.Large() && !still_wanted(ctx)) DropMessage(ctx);
     int32_t result = Send(ctx);
     grpc_end(ctx);
     return result;

@@ -49,8 +49,6 @@ kinfo_t Vector(int32_t type, int32_t item_size, const kinfo_t* table = nullptr) 
 const char kNoTable[] =
     "ERROR: kinfo[i].sub_key should not be NULL\nERROR: kinfo[i].sub_key should not be NULL\n";
 
-const char kTooLarge[] = " 11 Not Support\n 11 Not Support\n";
-
 // Each case reads {"v": json} into bytes of `fill` and writes the structure again.
 const struct {
     kinfo_t row;
@@ -87,9 +85,8 @@ const struct {
      R"([{"name":"","number":0},{"name":"","number":256}])"},
     {Array(KINFO_OBJECT, 4, 40, port_table), "[]", "[]"},
     {Array(KINFO_OBJECT, 4, 40), "[{},{}]", nullptr, kNoTable},
-    // The table of a structure that is larger than the member.
-    {Single(KINFO_OBJECT, 9, port_table), "{}", nullptr, kTooLarge},
-    {Array(KINFO_OBJECT, 4, 39, port_table), "[{}]", nullptr, kTooLarge},
+    // The size of such rows is not looked at, whatever a table written by hand says.
+    {Array(KINFO_OBJECT, 4, 1, port_table), "[]", "[]"},
     {Array(KINFO_ARRAY, 2), "[1,2]", nullptr, " 12 Not Support\n 12 Not Support\n"},
     {Vector(KINFO_U8, 1), "[1,null,300]", "[1,44]"},
     {Vector(KINFO_U32, 4), "[-1]", "[4294967295]"},

@@ -174,9 +174,12 @@ TEST_F(Hostile, BroadcastWaitsForAllSlowClientsAtOnce) {
 
 // What has come of a packet that is not whole within half a second is lost: the hook looks then.
 struct Watched : HCNetPackage {
+    Watched() { newest = this; }
     ~Watched() override { StopThread(); }
     void TimerTick_Nodata(unsigned int) override { buffer = m_nRecvBufSize; }
-    static inline std::atomic<int> buffer{0};
+    void OnEvent(NPEvent_e event) override { losses += event == NPE_DISCONNECTED; }
+    static inline std::atomic<int> buffer{0}, losses{0};
+    static inline std::atomic<Watched*> newest{nullptr};
 };
 
 struct WatchedService : HCNetPackageService {
@@ -198,6 +201,26 @@ TEST_F(Hostile, BuffersFollowWhatHasCome) {
         EXPECT_LT(MemoryMiB("VmSize:") - before, 1024);
         EXPECT_TRUE(Eventually([&] { return Watched::buffer != 0; }));
         EXPECT_EQ(Watched::buffer, 10240);
+    }
+}
+
+// A sender that waits for room and the connection thread both notice that the peer has gone.
+TEST_F(Hostile, OneLossIsOneEvent) {
+    WatchedService service;
+    ASSERT_EQ(service.Start(10240, "127.0.0.1", 0), 0);
+    port = BoundPort(*service.m_pListenSocket);
+    const string much(16 << 20, 'x');
+    for (int losses = 1; losses <= 20; losses++) {
+        Watched::newest = nullptr;
+        auto peer = std::make_unique<Peer>(LoggedIn(port));
+        ASSERT_TRUE(Eventually([] { return Watched::newest != nullptr; }));
+        std::thread sender([&] { Watched::newest.load()->SendPkg(0, much.data(), 16 << 20, 5); });
+        peer->Receive(1000000);
+        peer.reset();
+        sender.join();
+        EXPECT_TRUE(Eventually([] { return Watched::newest.load()->IsNeedClear(); }));
+        std::this_thread::sleep_for(5ms);
+        EXPECT_EQ(Watched::losses, losses);
     }
 }
 

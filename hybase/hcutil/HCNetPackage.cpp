@@ -104,11 +104,13 @@ void HCNetPackage::SetLimits(const HCNetLimits& limits) {
     if (m_pState != nullptr) m_pState->limits = limits;
 }
 
-// An answer under way has a moment to go out; what the peer does about it ends with that.
+// A packet under way has a moment to go out; a hook that runs has its time.
 void HCNetPackage::StopThread() {
     TellToStop();
-    for (int i = 0; i < kGraceSteps && m_bInThread; i++) usleep(kStopStepUs);
-    if (m_hThread != nullptr) CutLink(SocketInside::kAll);
+    for (int steps = 0; m_bInThread; usleep(kStopStepUs)) {
+        steps = m_pState->senders > 0 ? steps + 1 : 0;
+        if (steps == kGraceSteps) CutLink(SocketInside::kAll);
+    }
     Join(nullptr);
     while (InUse()) usleep(kStopStepUs);
 }
@@ -127,14 +129,14 @@ void HCNetPackage::CutLink(char what) {
                              m_nConnectState != NPS_CONNECTING);
 }
 
-// After a send that has failed: what is left of the packet is of no use.
+// After a send that has failed: what is left of the packet is of no use. Leaves a link alone that
+// another thread has made meanwhile.
 void HCNetPackage::AbortLink() {
-    if (m_pState == nullptr) return;
-    {
-        const std::lock_guard<std::mutex> lock(m_pState->descriptor);
-        if (HCSocket* sock = Socket()) SocketInside::DropUnsent(*sock);
-    }
-    CutLink(SocketInside::kAll);
+    const std::lock_guard<std::mutex> lock(m_pState->descriptor);
+    HCSocket* sock = Socket();
+    if (sock == nullptr || m_nConnectState != NPS_READY) return;
+    SocketInside::DropUnsent(*sock);
+    SocketInside::CutOff(*sock, SocketInside::kAll, true);
 }
 
 bool HCNetPackage::InUse() const {
@@ -194,13 +196,18 @@ void HCNetPackage::PrepareRecvBuf(int size) {
     AllocRecvBuf(size);  // without memory the thread tries again when it reads
 }
 
-// False when there is no thread: the peer then sees the close at once.
-bool HCNetPackage::Launch() {
-    if (m_pState != nullptr && StartThread() != nullptr) return true;
-    HLOG_ERR("no thread for the connection to [%.64s][%d]\n", m_szIp, m_nPort);
+// Without a thread the peer sees the close at once.
+void HCNetPackage::Launch() {
+    if (TryLaunch() || m_pState == nullptr) return;
     HCMutex lock(m_hSendMutex);
-    m_nConnectState = NPS_DISCONNECTED;
+    const std::lock_guard<std::mutex> descriptor(m_pState->descriptor);
     if (HCSocket* sock = Socket()) sock->Close();
+}
+
+bool HCNetPackage::TryLaunch() {
+    if (m_pState != nullptr && StartThread() != nullptr) return true;
+    m_nConnectState = NPS_DISCONNECTED;
+    HLOG_ERR("no thread for the connection to [%.64s][%d]\n", m_szIp, m_nPort);
     return false;
 }
 
@@ -239,10 +246,16 @@ void HCNetPackage::OnEvent(NPEvent_e) {}
 bool HCNetPackage::IsNeedClear() { return m_nConnectState == NPS_DISCONNECTED; }
 
 void HCNetPackage::RaiseLost(NPEvent_e event) {
-    m_nConnectState = NPS_DISCONNECTED;
-    // The peer sees it now, and nothing more that it has sent is executed.
-    CutLink(SocketInside::kAll);
-    OnEvent(event);
+    if (LoseLink()) OnEvent(event);
+}
+
+// The peer sees it now, and nothing more that it has sent is executed. False when another thread
+// was first: it reports the loss.
+bool HCNetPackage::LoseLink() {
+    int ready = NPS_READY;
+    const bool lost = m_nConnectState.compare_exchange_strong(ready, NPS_DISCONNECTED);
+    if (lost) CutLink(SocketInside::kAll);
+    return lost;
 }
 
 // ---- Client: connect and log in ----
@@ -358,7 +371,7 @@ void* HCNetPackage::OnThread(void*) {
 }
 
 void HCNetPackage::GiveUpSocket() {
-    CutLink(SocketInside::kAll);  // for a sender that has the mutex
+    if (m_bRun) CutLink(SocketInside::kAll);  // for a sender that has the mutex
     HCMutex lock(m_hSendMutex);
     const std::lock_guard<std::mutex> descriptor(m_pState->descriptor);
     if (m_pSocket != nullptr) m_pSocket->Close();
@@ -411,7 +424,8 @@ bool HCNetPackage::WatchSilence(SilenceWatch& watch) {
     }
     if (m_tLastSend + interval < watch.now) {
         m_tLastSend = static_cast<time_t>(watch.now);
-        SendPkg(0, nullptr, 0, 0);
+        // A packet under way is as good; waiting for it would keep this thread from receiving.
+        if (m_pState->senders == 0) SendPkg(0, nullptr, 0, 0);
     }
     return true;
 }
@@ -433,8 +447,7 @@ void HCNetPackage::ReceiveOne(SilenceWatch& watch) {
         watch.count = 0;
     } else if (got == 0) {
         TimerTick_Nodata(kReceiveUs);
-    } else if (m_bRun && m_nConnectState != NPS_DISCONNECTED) {
-        // Not for a stop, nor when a sender has reported it.
+    } else if (m_bRun) {
         RaiseLost(NPE_DISCONNECTED);
     }
 }

@@ -165,8 +165,9 @@ void HCNetPackageService::StopService() {
         busy = ForAll([](HCNetPackage& connection) { return connection.InUse(); });
     }
     ForAll([](HCNetPackage& connection) {
-        connection.CutLink(SocketInside::kAll);
-        return true;
+        const bool sending = connection.InUse() && connection.m_pState->senders > 0;
+        if (sending) connection.CutLink(SocketInside::kAll);
+        return sending;
     });
     HCObjOfVector* connection = nullptr;
     while (UnlinkFirst(connection)) StopAndDispose(connection);
@@ -361,7 +362,7 @@ void HCNetPackageService::Admit(std::unique_ptr<HCSocket> sock) {
     // The thread starts last, so that a handler of the first request finds its own connection here.
     LockForChange();
     const bool kept = Append(connection) >= 0;
-    const bool runs = kept && connection->Launch();
+    const bool runs = kept && connection->TryLaunch();
     HCObjOfVector* unlinked = kept && !runs ? UnlinkIt(connection) : nullptr;
     UnlockAfterChange();
     if (kept) {

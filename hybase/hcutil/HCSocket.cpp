@@ -256,6 +256,10 @@ int HCSocket::Send(const char* buf, int len, int timeout) {
             SocketInside::LogSendTimeout(*this, sent);
             return -1;
         }
+        if (SocketInside::IsCut(*this)) {
+            errno = EPIPE;
+            return -1;
+        }
         if (!wait && LeftToTheWait(errno)) {
             errno = errno_before;
         } else if (errno == ENOBUFS || errno == EAGAIN || errno == EINTR) {
@@ -347,5 +351,6 @@ void SocketInside::LogSendTimeout(const HCSocket& sock, int sent) {
 }
 
 void SocketInside::LogSendError(const HCSocket& sock) {
+    if (IsCut(sock)) return;
     LOG_AS("Send", "Socket : Send err %s [%s][%d]\n", strerror(errno), sock.m_szHost, sock.m_nPort);
 }

@@ -49,11 +49,11 @@ int32_t SendResponse(_grpc_t* ctx, const char* text, int32_t len) {
     return connection->SendPkg(kGrpcPacketType, text, len, kResponseWaitSec);
 }
 
-// Not when the link is lost, or cut because the server stops.
+// Not when the link is lost or the server stops.
 bool IsLinked(_grpc_t* ctx) {
     _TCPServer* connection = HCTCPGrpcServer::GetThis(ctx);
     if (connection == nullptr || connection->m_pSocket == nullptr) return true;
-    return !connection->IsNeedClear() && !SocketInside::IsCut(*connection->m_pSocket);
+    return !connection->IsNeedClear() && !SocketInside::CutFlag(*connection->m_pSocket);
 }
 
 }  // namespace

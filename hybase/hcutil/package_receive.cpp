@@ -125,7 +125,8 @@ bool HCNetPackage::AllocRecvBuf(int size) {
 
 // Gives back what a large packet needed. Without memory for the small buffer the large one stays.
 void HCNetPackage::ShrinkRecvBuf() {
-    if (m_nRecvBufSize > m_nRecvBufDefSize) ResizeRecvBuf(m_nRecvBufDefSize, 0);
+    const int size = std::max(m_nRecvBufDefSize, kPacketHeaderBytes);
+    if (m_nRecvBufSize > size) ResizeRecvBuf(size, 0);
 }
 
 void HCNetPackage::LogNoMemory(int bytes) const {

@@ -61,13 +61,18 @@ int HCNetPackage::SendPkg(unsigned int type, const char** bufs, const int* lens,
 
 // Takes note of a send that has ended, and gives m_hSendMutex back. errno is still the send's.
 void HCNetPackage::FinishSend(int sent) {
-    if (sent < 0 && m_bRun) {
-        LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "SendPkg error: %d, %s\n", errno, strerror(errno));
-        AbortLink();
-        RaiseLost(NPE_DISCONNECTED);
-    }
+    if (sent < 0 && FailSend()) OnEvent(NPE_DISCONNECTED);
     m_tLastSend = arch_time();
     UnlockSending();
+}
+
+// Ends the link after a failed send; errno is the send's. True when the loss is to be reported: not
+// for a stop, nor when the connection thread has noticed it first.
+bool HCNetPackage::FailSend() {
+    if (!m_bRun) return false;
+    LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "SendPkg error: %d, %s\n", errno, strerror(errno));
+    AbortLink();
+    return LoseLink();
 }
 
 bool HCNetPackage::TooMuchUnsent() const {
@@ -81,7 +86,7 @@ int HCNetPackage::EndForUnsent() {
              m_nPort);
     AbortLink();
     LockSending();
-    if (m_nConnectState == NPS_READY) RaiseLost(NPE_DISCONNECTED);
+    if (m_bRun) RaiseLost(NPE_DISCONNECTED);
     UnlockSending();
     return -1;
 }

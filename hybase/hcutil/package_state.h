@@ -19,11 +19,11 @@ struct HCNetPackage::State {
 
     std::atomic<int> senders{0};     // threads that hold m_hSendMutex or wait for it
     std::atomic<int64_t> unsent{0};  // bytes of packets that wait to be sent
-    std::atomic<int> pins{0};        // broadcasts that use the connection; see broadcast.h
+    std::atomic<int> pins{0};        // broadcasts that use the connection; see packet_broadcast.h
 
     // Of a client, on the thread that connects.
-    int64_t admitted_ms = 0;  // when it was let in; 0 since a loss was looked at
-    int quick_losses = 0;     // in a row
+    std::atomic<int64_t> admitted_ms{0};  // when it was let in; 0 since a loss was looked at
+    int quick_losses = 0;                 // in a row
 };
 
 #endif

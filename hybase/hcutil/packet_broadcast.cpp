@@ -44,12 +44,13 @@ int PacketBroadcast::Send(unsigned int type, const char* data, int length, int w
         }
         if (!Any(Stage::kSending)) break;
     }
-    // No mutex is held now but those of failed links, so a hook may send to all others.
+    // No mutex is held now, so a hook may send to all others.
     for (int i = 0; i < count_; i++) {
-        Entry& entry = entries_[i];
-        if (entry.stage != Stage::kFailed) continue;
-        errno = entry.error;
-        entry.connection->FinishSend(-1);
+        HCNetPackage& connection = *entries_[i].connection;
+        if (entries_[i].stage != Stage::kFailed) continue;
+        connection.LockSending();
+        connection.OnEvent(NPE_DISCONNECTED);
+        connection.UnlockSending();
     }
     for (int i = 0; i < count_; i++) {
         Entry& entry = entries_[i];
@@ -87,6 +88,7 @@ void PacketBroadcast::Begin(Entry& entry, unsigned int type, const Pieces& piece
 void PacketBroadcast::Push(Entry& entry, int64_t waited_ms) {
     HCNetPackage& connection = *entry.connection;
     const int64_t before = entry.packet->Sent();
+    const HCNetLimits& limits = connection.m_pState->limits;
     switch (entry.packet->Push(*connection.m_pSocket)) {
         case PacketOut::Progress::kDone:
             entry.result = entry.packet->Result();
@@ -99,7 +101,11 @@ void PacketBroadcast::Push(Entry& entry, int64_t waited_ms) {
         case PacketOut::Progress::kNoRoom:
             break;
     }
-    entry.watch->Moved(entry.packet->Sent() - before);
+    const int64_t sent = entry.packet->Sent();
+    // Header and payload have their time each.
+    if (before < kPacketHeaderBytes && sent >= kPacketHeaderBytes)
+        entry.watch.emplace(TransferWatch::Sending(limits, connection.m_nSendTimeout));
+    entry.watch->Moved(sent - before);
     if (entry.watch->LeftMs(waited_ms) > 0) return;
     SocketInside::LogSendTimeout(*connection.m_pSocket, entry.packet->SentOfPart());
     errno = EAGAIN;
@@ -108,18 +114,17 @@ void PacketBroadcast::Push(Entry& entry, int64_t waited_ms) {
 
 // The link ends at once; what the hook does about it must not delay the others.
 void PacketBroadcast::Fail(Entry& entry) {
-    entry.error = errno;
-    entry.result = -1;
-    entry.stage = Stage::kFailed;
     HCNetPackage& connection = *entry.connection;
     connection.m_pState->unsent -= entry.packet->Result();
     if (connection.m_bRun) entry.packet->LogFailure();
-    connection.m_nConnectState = NPS_DISCONNECTED;
-    connection.AbortLink();
+    entry.result = -1;
+    entry.stage = connection.FailSend() ? Stage::kFailed : Stage::kDone;
+    connection.m_tLastSend = arch_time();
+    connection.UnlockSending();
 }
 
 bool PacketBroadcast::Any(Stage stage) const {
-    return std::any_of(&entries_[0], &entries_[0] + count_,
+    return std::any_of(entries_.get(), entries_.get() + count_,
                        [stage](const Entry& entry) { return entry.stage == stage; });
 }
 

@@ -32,7 +32,7 @@ class PacketBroadcast {
     enum class Stage {
         kBusy,     // another thread is sending
         kSending,  // m_hSendMutex is held
-        kFailed,   // the same; the loss is not reported yet
+        kFailed,   // the loss is not reported yet
         kAlone,    // left to SendPkg
         kDone
     };
@@ -40,7 +40,6 @@ class PacketBroadcast {
         HCNetPackage* connection;
         Stage stage;
         int result;
-        int error;  // errno of a failure
         std::optional<PacketOut> packet;
         std::optional<TransferWatch> watch;
     };

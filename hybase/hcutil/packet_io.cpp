@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr int kMemoryPauseMs = 5;
+
 // Puts errno back as it was: a record in between may change it.
 class ErrnoKeeper {
   public:
@@ -133,7 +135,10 @@ PacketOut::Progress PacketOut::Push(HCSocket& sock) {
         const ssize_t sent = sendmsg(sock.m_nSocket, &message, MSG_DONTWAIT);
         if (sent >= 0) {
             sent_ += sent;
-        } else if (errno == EAGAIN || errno == ENOBUFS) {
+        } else if (errno == EAGAIN) {
+            return Progress::kNoRoom;
+        } else if (errno == ENOBUFS) {
+            poll(nullptr, 0, kMemoryPauseMs);  // the descriptor may be writable all the same
             return Progress::kNoRoom;
         } else if (errno != EINTR) {
             SocketInside::LogSendError(sock);

@@ -17,6 +17,11 @@ namespace {
 constexpr char kGetPackage[] = "__get_a_package";
 constexpr int kLoginReplySendUs = 500000;
 
+void LogReplyFailure(const HCSocket& sock, int sent, int length) {
+    if (SocketInside::CutFlag(sock)) return;  // by the service, which stops
+    LOG_AS("ResponseLogin", HLOG_LEVEL_ERR, "failed to send login respose[%d][%d]\n", sent, length);
+}
+
 }  // namespace
 
 // ---- A request ----
@@ -57,7 +62,7 @@ bool LoginQueue::SetBounds(int most, int login_sec) {
     Clear();
     most_ = most;
     login_sec_ = login_sec;
-    polled_.reset(new (std::nothrow) pollfd[static_cast<size_t>(most) + 1]);
+    polled_.reset(new (std::nothrow) pollfd[static_cast<size_t>(most) + 2]);
     return polled_ != nullptr;
 }
 
@@ -68,7 +73,8 @@ void LoginQueue::Add(std::unique_ptr<HCSocket> sock) {
     if (sock->m_nSocket < 0) visitor->progress = LoginRequest::Progress::kFailed;
     visitor->sock = std::move(sock);
 
-    if (count_ >= most_) Take(first_);
+    // It goes with the next TakeDone, like every other that fails.
+    if (count_ >= most_ && first_ != nullptr) first_->progress = LoginRequest::Progress::kFailed;
     std::unique_ptr<Visitor>* last = &first_;
     while (*last != nullptr) last = &(*last)->next;
     *last = std::move(visitor);
@@ -143,13 +149,13 @@ int HCNetPackage::ResponseLogin(HCSocket* sock, const char* msg, int len) {
     if (sock == nullptr) return -1;
     int sent = SendHeader(*sock, kLoginFlag, 0, len, kLoginReplySendUs);
     if (sent != kPacketHeaderBytes) {
-        HLOG_ERR("failed to send login respose[%d][%d]\n", sent, kPacketHeaderBytes);
+        LogReplyFailure(*sock, sent, kPacketHeaderBytes);
         return -1;
     }
     if (len <= 0) return 0;
     sent = SendPart(*sock, msg, len, kLoginReplySendUs, false);
     if (sent != len) {
-        HLOG_ERR("failed to send login respose[%d][%d]\n", sent, len);
+        LogReplyFailure(*sock, sent, len);
         return -1;
     }
     return 0;

@@ -70,7 +70,7 @@ class LoginQueue {
     int count_ = 0;
     int most_ = 0;
     int login_sec_ = 0;
-    std::unique_ptr<pollfd[]> polled_;  // most_ + 1
+    std::unique_ptr<pollfd[]> polled_;  // the listener, most_, and one more until TakeDone
 };
 
 #endif

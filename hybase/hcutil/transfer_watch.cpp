@@ -32,14 +32,15 @@ TransferWatch TransferWatch::Sending(const HCNetLimits& limits, int timeout_us) 
 // A quick start earns nothing: what has come early does not pay for a later pause.
 void TransferWatch::Moved(int64_t bytes) {
     LeftMs();
-    if (least_per_sec_ > 0) lag_ms_ = std::max<int64_t>(lag_ms_ - bytes * 1000 / least_per_sec_, 0);
+    debt_ = std::max<int64_t>(debt_ - bytes * 1000, 0);
 }
 
 int64_t TransferWatch::LeftMs(int64_t waited_ms) {
     const int64_t now = arch_getSystemStartupMs();
-    if (least_per_sec_ > 0) lag_ms_ += now - checked_ms_;
+    debt_ += (now - checked_ms_) * least_per_sec_;
     checked_ms_ = now;
     wait_left_ms_ -= waited_ms;
-    const int64_t left = std::min({end_ms_ - now, wait_left_ms_, kLongestLagMs - lag_ms_});
+    const int64_t lag_ms = least_per_sec_ > 0 ? debt_ / least_per_sec_ : 0;
+    const int64_t left = std::min({end_ms_ - now, wait_left_ms_, kLongestLagMs - lag_ms});
     return std::max<int64_t>(left, 0);
 }

@@ -35,8 +35,8 @@ class TransferWatch {
     int64_t end_ms_;         // of the whole packet
     int64_t wait_left_ms_;   // that may be spent waiting
     int64_t least_per_sec_;  // bytes; 0: any
-    int64_t checked_ms_;     // until when lag_ms_ is counted
-    int64_t lag_ms_ = 0;     // how far the transfer has fallen behind least_per_sec_
+    int64_t checked_ms_;     // until when debt_ is counted
+    int64_t debt_ = 0;       // bytes that the transfer has fallen behind least_per_sec_, times 1000
 };
 
 #endif

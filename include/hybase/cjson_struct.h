@@ -143,8 +143,7 @@ struct kinfo_s {
 
 /**
  * A nested structure, described by `table`. Which structure a table describes is not known when the
- * row is compiled: see KINFO_ROW_STRUCT(). A table of a structure that is larger than the member is
- * refused at run time.
+ * row is compiled: KINFO_ROW_STRUCT() refuses the wrong one.
  */
 #define KINFO_ROW_OBJECT(structure, member, table) \
     KINFO_ROW_OBJECT_AS(#member, structure, member, table)

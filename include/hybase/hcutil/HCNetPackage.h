@@ -106,8 +106,7 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     /// Mostly on the connection thread, without a lock. Exceptions: StartAsServer() and a
     /// StartAsClient() that connects at once call it on their caller's thread, and NPE_DISCONNECTED
     /// after a failed send comes on the sender's thread with m_hSendMutex held: a hook must not
-    /// take it, nor call SendPkg() on this same connection. One loss is one event, or two when a
-    /// sender and the connection thread notice it at the same moment.
+    /// take it, nor call SendPkg() on this same connection. One loss is one event.
     virtual void OnEvent(NPEvent_e event);
     /// @}
 
@@ -245,10 +244,11 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
                                ///< without a send, and a no-data interval is counted after 2
                                ///< more without a packet; 0 or less: none, nor any clock check
     int m_nMaxTimeoutCnt;      ///< default 3: no-data intervals that make the link lost
-    std::atomic<time_t> m_tLastSend;   ///< arch_time() of the last send or keep-alive
-    char* m_pPasswd;                   ///< owned; credential record, default "owner;908172"
-    int m_nPasswdLen;                  ///< bytes, without a terminator
-    std::atomic<int> m_nConnectState;  ///< NPState_e; NPS_CONNECTING is set under m_hSendMutex
+    std::atomic<time_t> m_tLastSend;  ///< arch_time() of the last send or keep-alive
+    char* m_pPasswd;                  ///< owned; credential record, default "owner;908172"
+    int m_nPasswdLen;                 ///< bytes, without a terminator
+    std::atomic<int>
+        m_nConnectState;        ///< NPState_e; a reconnect sets NPS_CONNECTING under m_hSendMutex
     arch_mutex_t m_hSendMutex;  ///< owned; held while a packet is sent or the socket is closed
     int m_nConnectTimeout;      ///< seconds, default 10, a wait of HCSocket::Connect()
     int m_nSendTimeout;         ///< microseconds, default 10000000, each HCSocket::Send()
@@ -274,7 +274,8 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     // On the owner's thread, or on the accepting thread of a service.
     void AdoptClient(int bufsize, HCSocket* sock);
     void PrepareRecvBuf(int size);
-    bool Launch();
+    void Launch();
+    bool TryLaunch();
     void SetHost(const char* host);
 
     // Any thread.
@@ -284,15 +285,18 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     bool InUse() const;
     HCSocket* Socket() const;
 
-    // Sending: any thread. LockWhenReady and those before it take m_hSendMutex, the others hold it.
+    // Sending: any thread, without a lock. Some return with m_hSendMutex.
     bool LockWhenReady(int wait_sec);
     void LockSending();
     bool TryLockSending();
-    void UnlockSending();
-    int SendPieces(unsigned int type, const Pieces& pieces, int total);
-    void FinishSend(int sent);
     bool TooMuchUnsent() const;
     int EndForUnsent();
+
+    // The same with m_hSendMutex held. FinishSend and UnlockSending give it back.
+    int SendPieces(unsigned int type, const Pieces& pieces, int total);
+    bool FailSend();
+    void FinishSend(int sent);
+    void UnlockSending();
 
     // On the connection thread, without a lock; RaiseLost also on a sender's, with m_hSendMutex.
     int RecvHeaderInTime(int usec, TransferWatch& watch, unsigned int& flag, unsigned int& type,
@@ -307,6 +311,7 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     std::unique_ptr<char[]> CopyRecord(int& bytes);
     void ApplyLoginReply(const char* reply, int len);
     void RaiseLost(NPEvent_e event);
+    bool LoseLink();
     void Pause(int ms);
     void PauseAfterQuickLoss();
     void GiveUpSocket();

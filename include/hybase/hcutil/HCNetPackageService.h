@@ -84,7 +84,7 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
     /// Removes and disposes of the connections that are lost (HCNetPackage::IsNeedClear()), waiting
     /// for their threads. The accepting thread does so on every 22nd pass, that is about every 22
     /// seconds when nobody connects. Not from a hook of a connection: it could be the one that
-    /// goes.
+    /// goes; nor within a walk.
     void _CleanServers();
 
     /// @name Fields

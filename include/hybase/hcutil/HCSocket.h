@@ -25,8 +25,8 @@
 ///
 /// Writing to a connection that the peer has reset raises SIGPIPE: programs ignore that signal.
 ///
-/// A packet connection or a packet service that is stopped ends the waits on its socket at once,
-/// those of Connect() within 100 ms, without a record.
+/// A packet connection or a packet service that is stopped ends the waits on its socket without a
+/// record: those for data at once, those of Connect() within 100 ms, those for room after 0.3 s.
 ///
 /// @par Threads
 /// A socket has no lock. One thread may send while another one receives; everything else is the
