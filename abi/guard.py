@@ -4,9 +4,9 @@
 guard.py compare|accept MACHINE=BUILD-FOLDER...
 
 abi/LIBRARY lists what programs rely on, a fact a line: the exported symbols with results and parameters,
-and every type they lead to with sizes, offsets and virtual slots (from abidw). It leaves out what no
-program can notice: private functions that are not virtual, inline functions, and the insides of the C++
-library's types. abi/enumerators lists the values of the public headers' enumerators.
+and the types they lead to with sizes, offsets and virtual slots (from abidw). It leaves out what no
+program can notice: private functions that are not virtual, inline functions, and the insides of types
+that are not from a public header. abi/enumerators lists the values of the public headers' enumerators.
 """
 import pathlib
 import re
@@ -17,13 +17,13 @@ import xml.etree.ElementTree as ET
 
 HERE = pathlib.Path(__file__).resolve().parent
 HEADERS = [HERE.parent / "include", HERE.parent / "platform/include"]
-# Records of other headers are not taken apart.
+# Records of these headers are facts with all their members. cJSON's is part of the interface.
 DESCRIBED = {"cJSON.h", *(path.name for folder in HEADERS for path in folder.rglob("*.h"))}
 LIBRARIES = {"libhybase": "hybase", "libhyplatform": "platform"}
 ABIDW = ["abidw", "--no-corpus-path", "--no-comp-dir-path", "--no-elf-needed", "--no-parameter-names",
          "--exported-interfaces-only"]
-# How many changes of one type a report shows.
-SHOWN_OF_A_TYPE = 4
+# How many lines of a report one type may take.
+LINES_OF_A_TYPE = 6
 
 ADVICE_ADDED = """\
 The binary interface has grown: programs built before still run, so this is a new minor version.
@@ -102,7 +102,7 @@ class Interface:
         return f"{self.type(result.get('type-id'))} {name}({', '.join(parameters)})"
 
     def type(self, type_id):
-        """How a type is written; sees to it that types with a name become facts of their own."""
+        """How a type is written. Types with a name become facts of their own."""
         element = self.by_id[type_id]
         if element.tag == "function-type":
             return self.signature(element, "(*)")
@@ -137,11 +137,12 @@ class Interface:
             if element.get("name"):
                 scopes.insert(0, element.get("name"))
             element = self.parents[element]
-        name = "::".join(scopes).replace("std::__cxx11::", "std::")
-        return name.replace(" >", ">")
+        return "::".join(scopes).replace("std::__cxx11::", "std::").replace(" >", ">")
 
     def is_described(self, element, name):
-        """Any typedef of C, and the records of public headers: what others are made of is not ours."""
+        """Every typedef but those of std, and the records of public headers."""
+        if element.get("is-declaration-only"):
+            return False
         header = pathlib.PurePath(element.get("filepath", "")).name
         return header in DESCRIBED or (element.tag == "typedef-decl" and not name.startswith("std::"))
 
@@ -160,7 +161,8 @@ class Interface:
         for number, base in enumerate(element.findall("base-class")):
             virtual = " virtual" if base.get("is-virtual") else ""
             yield f"base {number}", f"{self.type(base.get('type-id'))} {place(base)}{virtual}"
-        virtuals = [member for member in element.findall("member-function") if "vtable-offset" in member.attrib]
+        virtuals = [member for member in element.findall("member-function")
+                    if "vtable-offset" in member.attrib]
         for member in sorted(virtuals, key=lambda member: int(member.get("vtable-offset"))):
             if member.get("destructor"):
                 yield "virtual", member[0].get("name")
@@ -220,7 +222,7 @@ def difference(old, new):
     for key in dict.fromkeys([*old, *new]):
         if key in old and key in new and old[key] == new[key]:
             continue
-        # A type or another fact's name comes before the dot. What an old type gained moves something.
+        # The name of a type comes before the dot. What a known type gains moves something.
         owner = key.rpartition(".")[0]
         only_grown &= key not in old and owner not in old
         if key in old and key in new:
@@ -231,9 +233,9 @@ def difference(old, new):
         changes.setdefault(owner or key, []).append(line)
     report = []
     for owner, lines in changes.items():
-        report += lines[:SHOWN_OF_A_TYPE]
-        if len(lines) > SHOWN_OF_A_TYPE:
-            report.append(f"and {len(lines) - SHOWN_OF_A_TYPE} more of {owner}")
+        if len(lines) > LINES_OF_A_TYPE:
+            lines[LINES_OF_A_TYPE - 1:] = [f"and {len(lines) - LINES_OF_A_TYPE + 1} more of {owner}"]
+        report += lines
     # A constructor has two symbols of one name.
     names = dict.fromkeys(output("c++filt", stdin="\n".join(report)).splitlines())
     return "".join(f"  {line}\n" for line in names), only_grown
