@@ -3,10 +3,10 @@
 
 guard.py compare|accept MACHINE=BUILD-FOLDER...
 
-abi/MACHINE/LIBRARY.symbols lists what the library exports, LIBRARY.abi describes functions, types and
-virtual slots (abidw). Both leave out what no program can notice: private functions that are not
-virtual, inline functions, and the insides of the C++ library's types. abi/enumerators lists the values of
-the public headers' enumerators: most are no function's parameter, so no description has them.
+abi/LIBRARY lists what programs rely on, a fact a line: the exported symbols with results and parameters,
+and the types they lead to with sizes, offsets and virtual slots (from abidw). It leaves out what no
+program can notice: private functions that are not virtual, inline functions, and the insides of types
+that are not from a public header. abi/enumerators lists the values of the public headers' enumerators.
 """
 import pathlib
 import re
@@ -17,13 +17,13 @@ import xml.etree.ElementTree as ET
 
 HERE = pathlib.Path(__file__).resolve().parent
 HEADERS = [HERE.parent / "include", HERE.parent / "platform/include"]
+# Records of these headers are facts with all their members. cJSON's is part of the interface.
+DESCRIBED = {"cJSON.h", *(path.name for folder in HEADERS for path in folder.rglob("*.h"))}
 LIBRARIES = {"libhybase": "hybase", "libhyplatform": "platform"}
-ABIDW = ["abidw", "--no-corpus-path", "--no-comp-dir-path", "--no-show-locs", "--no-elf-needed",
-         "--no-parameter-names", "--no-write-default-sizes", "--exported-interfaces-only",
-         "--drop-private-types", "--type-id-style", "hash",
-         *(word for folder in HEADERS for word in ("--headers-dir", folder))]
-# Of abidiff's result: its own failure, wrong usage, some change.
-ABIDIFF_FAILED, ABIDIFF_CHANGE = 1 | 2, 4
+ABIDW = ["abidw", "--no-corpus-path", "--no-comp-dir-path", "--no-elf-needed", "--no-parameter-names",
+         "--exported-interfaces-only"]
+# How many lines of a report one type may take.
+LINES_OF_A_TYPE = 6
 
 ADVICE_ADDED = """\
 The binary interface has grown: programs built before still run, so this is a new minor version.
@@ -35,8 +35,8 @@ If it must be: this is a new major version; raise VERSION in CMakeLists.txt and 
 libraries, then   ./dev abi accept   and commit abi/ together with the change. See docs/abi.md."""
 
 
-def output(*command):
-    return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout
+def output(*command, stdin=None):
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True, input=stdin).stdout
 
 
 def toolchain():
@@ -48,107 +48,143 @@ def exported(library):
     return {line.split()[-1].split("@")[0] for line in lines}
 
 
-def demangled(symbol):
-    return output("c++filt", symbol).strip()
+class Interface:
+    """The facts about one library, each a name and a text. Types come in as something leads to them."""
 
+    def __init__(self, library):
+        with tempfile.TemporaryDirectory() as folder:
+            whole = pathlib.Path(folder) / "abi"
+            subprocess.run([*ABIDW, "--out-file", whole, library], check=True)
+            root = ET.parse(whole).getroot()
+        self.parents = {child: parent for parent in root.iter() for child in parent}
+        # Each source file brings its own view of a class: the fullest one counts.
+        self.by_id = {}
+        for element in root.iter():
+            other = self.by_id.setdefault(element.get("id"), element)
+            if len(list(element.iter())) > len(list(other.iter())):
+                self.by_id[element.get("id")] = element
+        self.types, self.waiting = {}, []
+        self.symbols = dict.fromkeys(self.public(exported(library), root), "")
+        for element in root.iter():
+            if element.get("elf-symbol-id") in self.symbols:
+                self.symbols[element.get("elf-symbol-id")] = self.declaration(element)
+        while self.waiting:
+            self.add_type(self.waiting.pop())
 
-def function_symbol(element):
-    """The symbol of a member function, None without one."""
-    function = element.find("function-decl")
-    return None if function is None else function.get("elf-symbol-id")
+    def public(self, symbols, root):
+        """Leaves out private functions. All symbols of one name, as constructors have, go together."""
+        private = {member[0].get("elf-symbol-id") for member in root.iter("member-function")
+                   if member.get("access") == "private" and "vtable-offset" not in member.attrib}
+        symbols = sorted(symbols)
+        names = dict(zip(symbols, output("c++filt", stdin="\n".join(symbols)).splitlines()))
+        private_names = {names[symbol] for symbol in symbols if symbol in private}
+        return [symbol for symbol in symbols if names[symbol] not in private_names]
 
+    def facts(self):
+        return {**{key: value for name in sorted(self.types) for key, value in self.types[name].items()},
+                **self.symbols}
 
-def cut(root, unwanted):
-    for parent in list(root.iter()):
-        for child in [child for child in parent if unwanted(child)]:
-            parent.remove(child)
+    def declaration(self, element):
+        if element.tag == "var-decl":
+            return self.type(element.get("type-id"))
+        scope = self.parents[element]
+        if scope.tag == "member-function":
+            self.type(self.parents[scope].get("id"))
+        if scope.get("constructor") or scope.get("destructor"):
+            # What they return differs between machines, and their symbols hold the parameters.
+            return ""
+        return ("static " if scope.get("static") else "") + self.signature(element)
 
+    def signature(self, function, name=""):
+        parameters = ["..." if parameter.get("is-variadic") else self.type(parameter.get("type-id"))
+                      for parameter in function.iter("parameter") if not parameter.get("is-artificial")]
+        result = function.find("return")
+        return f"{self.type(result.get('type-id'))} {name}({', '.join(parameters)})"
 
-def cut_private_functions(root):
-    """Returns their symbols. A private virtual function stays: its slot is part of the interface."""
-    def is_private(element):
-        return (element.tag == "member-function" and element.get("access") == "private"
-                and "vtable-offset" not in element.attrib)
-    private = {function_symbol(element) for element in root.iter() if is_private(element)} - {None}
-    # A constructor has two symbols of one name, and the description may know only one of them. Other
-    # symbols at the same place are functions that happen to do the same.
-    for symbol in root.iter("elf-symbol"):
-        for alias in symbol.get("alias", "").split(","):
-            pair = {symbol.get("name"), alias}
-            if alias and pair & private and len({demangled(name) for name in pair}) == 1:
-                private |= pair
-    cut(root, lambda e: is_private(e) or (e.tag == "elf-symbol" and e.get("name") in private))
-    return private
+    def type(self, type_id):
+        """How a type is written. Types with a name become facts of their own."""
+        element = self.by_id[type_id]
+        if element.tag == "function-type":
+            return self.signature(element, "(*)")
+        if element.tag == "type-decl":
+            return re.sub(r"^unnamed-enum-underlying-type-", "int", element.get("name"))
+        if element.tag in ("pointer-type-def", "reference-type-def", "qualified-type-def", "array-type-def"):
+            inner = self.type(element.get("type-id"))
+            if element.tag == "pointer-type-def":
+                to_function = self.by_id[element.get("type-id")].tag == "function-type"
+                return inner if to_function else inner + "*"
+            if element.tag == "reference-type-def":
+                return inner + ("&" if element.get("kind") == "lvalue" else "&&")
+            if element.tag == "array-type-def":
+                return inner + "".join(f"[{part.get('length')}]" for part in element.iter("subrange"))
+            words = [word for word in ("const", "volatile", "restrict") if element.get(word)]
+            return " ".join([inner, *words] if inner.endswith("*") else [*words, inner])
+        if element.get("is-anonymous") and "naming-typedef-id" not in element.attrib:
+            return f"{self.kind(element)} {{{'; '.join(' '.join(m) for m in self.members(element))}}}"
+        name = self.name(element)
+        if element.tag == "typedef-decl":
+            to = self.type(element.get("type-id"))
+            if name.startswith("__") or to == name:
+                return to
+        if name not in self.types and self.is_described(element, name):
+            self.types[name] = {}
+            self.waiting.append(element)
+        return re.sub(r"std::basic_(string\w*)<char(, std::\w+<char>)+>", r"std::\1", name)
 
+    def name(self, element):
+        scopes = []
+        while element.tag not in ("abi-instr", "abi-corpus"):
+            if element.get("name"):
+                scopes.insert(0, element.get("name"))
+            element = self.parents[element]
+        return "::".join(scopes).replace("std::__cxx11::", "std::").replace(" >", ">")
 
-def cut_inline_functions(root):
-    cut(root, lambda e: (e.tag == "member-function" and function_symbol(e) is None
-                         and "vtable-offset" not in e.attrib))
+    def is_described(self, element, name):
+        """Every typedef but those of std, and the records of public headers."""
+        if element.get("is-declaration-only"):
+            return False
+        header = pathlib.PurePath(element.get("filepath", "")).name
+        return header in DESCRIBED or (element.tag == "typedef-decl" and not name.startswith("std::"))
 
+    def kind(self, element):
+        if element.tag == "enum-decl":
+            return f"enum {self.type(element.find('underlying-type').get('type-id'))}"
+        word = "union" if element.tag == "union-decl" else "struct" if element.get("is-struct") else "class"
+        return f"{word} size {int(element.get('size-in-bits')) // 8}"
 
-def cut_insides_of_std(root):
-    for namespace in root.iter("namespace-decl"):
-        if namespace.get("name") not in ("std", "__gnu_cxx", "__cxxabiv1"):
-            continue
-        for kind in [e for e in namespace.iter() if e.tag in ("class-decl", "union-decl")]:
-            for child in [child for child in kind if child.tag != "member-type"]:
-                kind.remove(child)
+    def members(self, element):
+        """Bases, virtual functions and fields: the place or the name, and what is there."""
+        def place(child):
+            bits = int(child.get("layout-offset-in-bits", 0))
+            return f"@{bits // 8}" + (f" bit {bits % 8}" if bits % 8 else "")
 
+        for number, base in enumerate(element.findall("base-class")):
+            virtual = " virtual" if base.get("is-virtual") else ""
+            yield f"base {number}", f"{self.type(base.get('type-id'))} {place(base)}{virtual}"
+        virtuals = [member for member in element.findall("member-function")
+                    if "vtable-offset" in member.attrib]
+        for member in sorted(virtuals, key=lambda member: int(member.get("vtable-offset"))):
+            if member.get("destructor"):
+                yield "virtual", member[0].get("name")
+            else:
+                const = " const" if member.get("const") else ""
+                yield (f"virtual {member.get('vtable-offset')}",
+                       self.signature(member[0], member[0].get("name")) + const)
+        for field in element.findall("data-member"):
+            if not field.get("static"):
+                yield field[0].get("name"), f"{self.type(field[0].get('type-id'))} {place(field)}"
 
-def cut_unreachable_types(root):
-    """Keeps the types that exported functions and variables lead to."""
-    parents = {child: parent for parent in root.iter() for child in parent}
-    by_id = {}
-    for element in root.iter():
-        by_id.setdefault(element.get("id"), []).append(element)
-    kept = set()
-    waiting = [element for element in root.iter()
-               if element.tag in ("function-decl", "var-decl") and "elf-symbol-id" in element.attrib]
-    while waiting:
-        element = waiting.pop()
-        if element is None or element in kept:
-            continue
-        kept.add(element)
-        waiting.append(parents.get(element))
-        # A type inside another one is there for its own sake, when something leads to it.
-        waiting.extend(child for child in element if child.tag != "member-type"
-                       and element.tag not in ("abi-corpus", "abi-instr", "namespace-decl"))
-        for name in ("type-id", "naming-typedef-id"):
-            if name in element.attrib:
-                waiting.extend(by_id.get(element.get(name), []))
-    cut(root, lambda e: e not in kept and e.tag not in ("elf-symbol", "elf-function-symbols",
-                                                         "elf-variable-symbols"))
-
-
-def cut_repeated_types(root):
-    """Each source file brings its own view of a class: the fullest one stays."""
-    views = {}
-    for element in root.iter():
-        if element.tag in ("class-decl", "union-decl", "enum-decl"):
-            views.setdefault(element.get("id"), []).append(element)
-    surplus = {view for same in views.values()
-               for view in sorted(same, key=lambda e: -sum(1 for _ in e.iter()))[1:]}
-    cut(root, surplus.__contains__)
-
-
-def describe(library):
-    """The exported symbols and the description of a library, both as texts."""
-    with tempfile.TemporaryDirectory() as folder:
-        whole = pathlib.Path(folder) / "abi"
-        subprocess.run([*ABIDW, "--out-file", whole, library], check=True)
-        root = ET.parse(whole).getroot()
-    symbols = exported(library) - cut_private_functions(root)
-    cut_inline_functions(root)
-    cut_insides_of_std(root)
-    cut_repeated_types(root)
-    cut_unreachable_types(root)
-    ET.indent(root, " ")
-    return ("".join(f"{name}\n" for name in sorted(symbols)),
-            ET.tostring(root, encoding="unicode") + "\n")
+    def add_type(self, element):
+        name = self.name(element)
+        if element.tag == "typedef-decl":
+            self.types[name][name] = f"typedef {self.type(element.get('type-id'))}"
+        else:
+            self.types[name][name] = self.kind(element)
+            self.types[name].update((f"{name}.{key}", text) for key, text in self.members(element))
 
 
 def enumerators(build):
-    """The enumerators of the public headers with their values, a line each; `build` has hyplatform/abi.h."""
+    """The enumerators of the public headers with their values; `build` has hyplatform/abi.h."""
     headers = sorted(path.relative_to(folder) for folder in HEADERS for path in folder.rglob("*.h"))
     names = []
     for path in sorted(path for folder in HEADERS for path in folder.rglob("*.h")):
@@ -156,77 +192,66 @@ def enumerators(build):
         for body in re.findall(r"^enum\b[^{;]*{(.*?)}", code, re.M | re.S):
             names += re.findall(r"(?:^|,)\s*(\w+)", body)
     program = ["#include <stdio.h>", *(f"#include <{header}>" for header in headers), "int main() {",
-               *(f'printf("{name} %lld\\n", (long long){name});' for name in sorted(names)), "}"]
+               *(f'printf("{name}: %lld\\n", (long long){name});' for name in sorted(names)), "}"]
     with tempfile.TemporaryDirectory() as folder:
         printer = pathlib.Path(folder) / "printer"
         includes = [f"-I{path}" for path in [*HEADERS, pathlib.Path(build) / "platform/include"]]
-        subprocess.run(["g++", "-std=c++17", *includes, "-xc++", "-", "-o", printer], check=True, text=True,
-                       input="\n".join(program))
+        output("g++", "-std=c++17", *includes, "-xc++", "-", "-o", printer, stdin="\n".join(program))
         return output(printer)
 
 
-def changed_enumerators(new):
-    """What differs from abi/enumerators, as a text, and whether old programs still run."""
-    old_values = dict(line.split() for line in (HERE / "enumerators").read_text().splitlines())
-    new_values = dict(line.split() for line in new.splitlines())
-    lines = [f"{name}: {value} became {new_values.get(name, 'nothing')}"
-             for name, value in old_values.items() if new_values.get(name) != value]
-    added = [f"added: {name} = {value}" for name, value in new_values.items() if name not in old_values]
-    return "".join(f"  {line}\n" for line in lines + added), not lines
+def merged(machines):
+    """One text of the facts of all machines. Words that differ become x86_64/arm/arm-time64."""
+    lines = []
+    for key in dict.fromkeys(key for facts in machines.values() for key in facts):
+        texts = {machine: facts[key] for machine, facts in machines.items() if key in facts}
+        columns = [re.split("([ @])", text) for text in texts.values()]
+        if len(texts) == len(machines) and len({len(words) for words in columns}) == 1:
+            texts = {None: "".join("/".join(words if len(set(words)) > 1 else words[:1])
+                                    for words in zip(*columns))}
+        for text in dict.fromkeys(texts.values()):
+            which = [machine for machine in texts if machine and texts[machine] == text]
+            lines.append((f"[{' '.join(which)}] " if which else "") + f"{key}: {text}".removesuffix(": "))
+    return "".join(f"{line}\n" for line in lines)
 
 
-def abidiff(old, new, *options):
-    result = subprocess.run(["abidiff", "--harmless", "--show-bytes", *options, old, new], text=True,
-                            stdout=subprocess.PIPE)
-    if result.returncode & ABIDIFF_FAILED:
-        sys.exit(f"abi: abidiff cannot compare {old}")
-    return result.returncode & ABIDIFF_CHANGE != 0, result.stdout
+def difference(old, new):
+    """What differs between two texts, line by line, and whether all that was there is as it was."""
+    old, new = (dict(line.partition(": ")[::2] for line in text.splitlines()) for text in (old, new))
+    changes, only_grown = {}, True
+    for key in dict.fromkeys([*old, *new]):
+        if key in old and key in new and old[key] == new[key]:
+            continue
+        # The name of a type comes before the dot. What a known type gains moves something.
+        owner = key.rpartition(".")[0]
+        only_grown &= key not in old and owner not in old
+        if key in old and key in new:
+            line = f"changed: {key}: {old[key]} became {new[key]}"
+        else:
+            word, text = ("removed", old[key]) if key in old else ("added", new[key])
+            line = f"{word}: {key}" + (f": {text}" if text else "")
+        changes.setdefault(owner or key, []).append(line)
+    report = []
+    for owner, lines in changes.items():
+        if len(lines) > LINES_OF_A_TYPE:
+            lines[LINES_OF_A_TYPE - 1:] = [f"and {len(lines) - LINES_OF_A_TYPE + 1} more of {owner}"]
+        report += lines
+    # A constructor has two symbols of one name.
+    names = dict.fromkeys(output("c++filt", stdin="\n".join(report)).splitlines())
+    return "".join(f"  {line}\n" for line in names), only_grown
 
 
-def report_of(old, new):
-    """What changed in a description, and whether all that was there is as it was."""
-    changed, full = abidiff(old, new, "--no-added-syms")
-    # The short form names a changed type once, not with every function that leads to it, but knows
-    # nothing of a const that a parameter lost.
-    short_shows_it = not changed or abidiff(old, new, "--no-added-syms", "--leaf-changes-only")[0]
-    differs, short = abidiff(old, new, "--leaf-changes-only")
-    return (short if differs else "") + ("" if short_shows_it else full), not changed
-
-
-def difference(folder, name, symbols, description):
-    """What differs from the files in `folder`, as a text, and whether old programs still run."""
-    old_symbols = set((folder / f"{name}.symbols").read_text().split())
-    new_symbols = set(symbols.split())
-    report, only_grown = "", old_symbols <= new_symbols
-    if description != (folder / f"{name}.abi").read_text():
-        with tempfile.NamedTemporaryFile("w", suffix=".abi") as new:
-            new.write(description)
-            new.flush()
-            report, same = report_of(folder / f"{name}.abi", new.name)
-            only_grown &= same
-    lines = [f"removed: {demangled(symbol)}" for symbol in sorted(old_symbols - new_symbols)]
-    lines += [f"added: {demangled(symbol)}" for symbol in sorted(new_symbols - old_symbols)]
-    lines += [line for line in report.splitlines() if line.strip() and " summary: " not in line]
-    return "".join(f"  {line}\n" for line in lines), only_grown
-
-
-def compare(interfaces, values):
-    """Prints each difference once, however many machines have it. Returns 1 for any."""
-    machines_with = {}
-    changed_values, only_grown = changed_enumerators(values)
-    incompatible = not only_grown
-    for (machine, name), interface in interfaces.items():
-        text, only_grown = difference(HERE / machine, name, *interface)
-        if text:
-            machines_with.setdefault((name, text), []).append(machine)
-            incompatible |= not only_grown
-    if not machines_with and not changed_values:
+def compare(texts, machines):
+    incompatible = differs = False
+    for name, text in texts.items():
+        report, only_grown = difference((HERE / name).read_text(), text)
+        incompatible |= not only_grown
+        if report:
+            differs = True
+            print(f"== {name} differs from abi/{name}; a/b/c stands for {machines}\n{report}")
+    if not differs:
         print("abi: nothing has changed")
         return 0
-    for (name, text), machines in machines_with.items():
-        print(f"== {name}.so on {', '.join(machines)} differs from what abi/ says\n{text}")
-    if changed_values:
-        print(f"== enumerators differ from what abi/ says\n{changed_values}")
     print(ADVICE_CHANGED if incompatible else ADVICE_ADDED)
     written_with = (HERE / "toolchain").read_text()
     if written_with != toolchain():
@@ -235,24 +260,19 @@ def compare(interfaces, values):
     return 1
 
 
-def accept(interfaces, values):
-    for (machine, name), (symbols, description) in interfaces.items():
-        folder = HERE / machine
-        folder.mkdir(exist_ok=True)
-        (folder / f"{name}.symbols").write_text(symbols)
-        (folder / f"{name}.abi").write_text(description)
-    (HERE / "enumerators").write_text(values)
-    (HERE / "toolchain").write_text(toolchain())
+def accept(texts, _):
+    for name, text in {**texts, "toolchain": toolchain()}.items():
+        (HERE / name).write_text(text)
     print("abi: written down; git diff --stat abi/ shows what is new")
     return 0
 
 
 def main():
-    action = {"compare": compare, "accept": accept}[sys.argv[1]]
-    builds = [argument.split("=") for argument in sys.argv[2:]]
-    return action({(machine, name): describe(pathlib.Path(build) / room / f"{name}.so")
-                   for machine, build in builds for name, room in LIBRARIES.items()},
-                  enumerators(builds[0][1]))
+    builds = dict(argument.split("=") for argument in sys.argv[2:])
+    texts = {name: merged({machine: Interface(pathlib.Path(build) / room / f"{name}.so").facts()
+                           for machine, build in builds.items()}) for name, room in LIBRARIES.items()}
+    texts["enumerators"] = enumerators(next(iter(builds.values())))
+    return {"compare": compare, "accept": accept}[sys.argv[1]](texts, "/".join(builds))
 
 
 if __name__ == "__main__":
