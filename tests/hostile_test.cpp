@@ -210,6 +210,7 @@ TEST_F(Hostile, OneLossIsOneEvent) {
     ASSERT_EQ(service.Start(10240, "127.0.0.1", 0), 0);
     port = BoundPort(*service.m_pListenSocket);
     const string much(16 << 20, 'x');
+    Watched::losses = 0;
     for (int losses = 1; losses <= 20; losses++) {
         Watched::newest = nullptr;
         auto peer = std::make_unique<Peer>(LoggedIn(port));
