@@ -4,8 +4,6 @@
  */
 #include <dlfcn.h>
 #include <hyplatform/arch.h>
-#include <hyplatform/utl_md5.h>
-#include <hyplatform/utltlv.h>
 #include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
@@ -41,11 +39,6 @@ int arch_rand_bytes(void* buf, int len) {
     return 0;
 }
 
-#elif defined(FAULT_MD5_OF_ONE_BLOCK)
-void utl_md5_update(utl_md5_ctx_t* ctx, const void* data, size_t len) {
-    REAL(utl_md5_update)(ctx, data, len < 64 ? len : 64);
-}
-
 #elif defined(FAULT_LOSES_EXIT_VALUE)
 int arch_thread_join(arch_thread_t thread, void** retval) {
     (void)retval;
@@ -67,15 +60,10 @@ arch_thread_t arch_thread_create_detached(const char* name, void* (*entry)(void*
     return REAL(arch_thread_create)(name, entry, arg);
 }
 
-#elif defined(FAULT_ACCEPTS_TRUNCATED)
-utltlv_t utltlv_parse(const unsigned char* data, int length) {
-    unsigned char padded[512] = {0};
-    utltlv_t tlv = REAL(utltlv_parse)(data, length);
-    if (data == NULL || length <= 0 || length > 500) return tlv;
-    memcpy(padded, data, (size_t)length);
-    for (int more = 1; tlv == NULL && more <= 4; ++more)
-        tlv = REAL(utltlv_parse)(padded, length + more);
-    return tlv;
+#elif defined(FAULT_STARTS_NOTHING)
+static void* nothing(void* arg) { return arg; }
+arch_thread_t arch_thread_create(const char* name, void* (*entry)(void*), void* arg) {
+    return REAL(arch_thread_create)(name, entry != NULL ? entry : nothing, arg);
 }
 
 #elif defined(FAULT_IS_NOT_COMPLETE)

@@ -10,25 +10,33 @@ namespace {
 
 TEST(Canvas, KeepsWhatItWasCreatedWith) {
     HCanvas canvas;
-    EXPECT_EQ(canvas.Destroy() + canvas.Clear(), 0);  // nothing to free yet
+    EXPECT_EQ(canvas.Destroy(), 0);  // nothing to free yet
+    EXPECT_EQ(canvas.Clear(), 0);
     HSize_t screen = {1920, 1080};
     ASSERT_EQ(canvas.Create({7, 8, 100, 50}, {1, 2, 3, 4}, nullptr, &screen, &screen), 0);
     EXPECT_EQ(canvas.Stride(), 400);
     EXPECT_EQ(canvas.BufferSize(), 20000);
     EXPECT_EQ(canvas.ColorBit(), 32);
     EXPECT_EQ(canvas.Userdata(), &screen);
-    EXPECT_EQ(canvas.Rect()->x * 1000 + canvas.Padding()->left * 100 + canvas.Rect()->h, 7150);
-    EXPECT_EQ(canvas.Winsize()->w - canvas.Winsize()->h, 840);
+    EXPECT_EQ(canvas.Rect()->x, 7);
+    EXPECT_EQ(canvas.Rect()->h, 50);
+    EXPECT_EQ(canvas.Padding()->left, 1);
+    EXPECT_EQ(canvas.Winsize()->w, 1920);
+    EXPECT_EQ(canvas.Winsize()->h, 1080);
     EXPECT_EQ(canvas.ConvertColor(0x12345678), 0x12345678u);
 
     unsigned char* const buffer = canvas.Buffer();
     memset(buffer, 1, 20000);
-    EXPECT_EQ(canvas.Clear() + canvas.Update(), 0);
+    EXPECT_EQ(canvas.Clear(), 0);
+    EXPECT_EQ(canvas.Update(), 0);
     EXPECT_EQ(std::string(buffer, buffer + 20000), std::string(20000, '\0'));
-    EXPECT_EQ(canvas.Destroy() + canvas.Destroy() + canvas.Clear(), 0);  // freed once
+    for (int i = 0; i < 2; i++) EXPECT_EQ(canvas.Destroy(), 0);  // freed once
+    EXPECT_EQ(canvas.Clear(), 0);
     EXPECT_EQ(canvas.Buffer(), buffer);
-    EXPECT_EQ(VtableSlot(&HCanvas::Create) * 10 + VtableSlot(&HCanvas::Destroy), 23);
-    EXPECT_EQ(VtableSlot(&HCanvas::Clear) * 10 + VtableSlot(&HCanvas::Update), 45);
+    EXPECT_EQ(VtableSlot(&HCanvas::Create), 2);
+    EXPECT_EQ(VtableSlot(&HCanvas::Destroy), 3);
+    EXPECT_EQ(VtableSlot(&HCanvas::Clear), 4);
+    EXPECT_EQ(VtableSlot(&HCanvas::Update), 5);
     EXPECT_EQ(VtableSlot(&HCanvas::ConvertColor), 6);
 }
 
@@ -37,7 +45,9 @@ TEST(Canvas, WithoutMemoryThereIsNoBuffer) {
         HCanvas canvas;
         EXPECT_THROW(canvas.Create({0, 0, size.w, size.h}, {}, nullptr, nullptr, nullptr),
                      std::bad_alloc);
-        EXPECT_EQ(canvas.Clear() + canvas.Destroy() + (canvas.Buffer() != nullptr), 0);
+        EXPECT_EQ(canvas.Clear(), 0);
+        EXPECT_EQ(canvas.Destroy(), 0);
+        EXPECT_EQ(canvas.Buffer(), nullptr);
     }
 }
 

@@ -58,7 +58,11 @@ TEST_F(HlogFile, NumbersGoOnAndAFileWithRoomIsFilledBeforeTheNext) {
     EXPECT_EQ(Printed([] { Open(49, 3, 0); }),
               "[last]file:notes.txt is not log file\n" + newest +
                   "create log file: logs/2024-05-02-00000009.log\n" + kept);
-    EXPECT_EQ(Printed([] { EXPECT_EQ(Log(3, "") + Log(4, ""), 20); }), "");
+    EXPECT_EQ(Printed([] {
+                  EXPECT_EQ(Log(3, ""), 20);
+                  EXPECT_EQ(Log(4, ""), 0);
+              }),
+              "");
     EXPECT_EQ(Printed([] { EXPECT_EQ(Log(3, ""), 20); }),
               "[last]file:notes.txt is not log file\n" + newest +
                   "create log file: logs/2024-05-02-00000010.log\n" + kept +

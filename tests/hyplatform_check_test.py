@@ -15,13 +15,12 @@ FAULTS = [
     ("keeps_locked", "arch_mutex_unlock", "no end within 3 s while checking one unlock with 16"),
     ("clock_goes_back", "arch_getSystemStartupMs", "it went back by 5 ms"),
     ("random_is_forked", "arch_rand_bytes", "twice in processes that were forked"),
-    ("md5_of_one_block", "utl_md5_final", "gave .*, not 57edf4a22be3c955ac49da2e2107b67a"),
     ("loses_exit_value", "arch_thread_join", "the exit value 0x"),
     ("reads_name_to_its_end", "arch_thread_setname",
      "crashed with signal 11 while checking a name of 32 bytes without a terminator"),
     ("leaves_stacks", "arch_thread_create_detached",
      "KiB of address space are not given back after thousands|no more were given"),
-    ("accepts_truncated", "utltlv_parse", "accepted the first 4 of the 292 bytes"),
+    ("starts_nothing", "arch_thread_create", "a null entry gave a thread"),
     ("is_not_complete", "utltlv_get_next", "not exported"),
     ("is_not_complete", "arch_mutex_create", "it takes arch_mutex_lock, which is missing"),
 ]
@@ -47,7 +46,7 @@ class Check(unittest.TestCase):
             self.assertEqual(status, 1, (library, out, err))
             self.assertRegex(out, f"^FAIL  {function}  .*({reason}).*\n0 passed, 1 failed\n$")
 
-    def test_no_function_is_without_a_check(self):
+    def test_every_function_of_the_headers_is_looked_for(self):
         self.assertEqual(sorted(run("--list")[1].split()), names_in_headers())
 
     def test_json_holds_passes_and_reasons(self):

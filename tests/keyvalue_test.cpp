@@ -26,8 +26,12 @@ TEST(KeyValue, TextIsTakenApart) {
 TEST(KeyValue, PairsAreSetAndWalkedUpwards) {
     HCKeyValue pairs;
     std::string key, walk, value = "old";
-    EXPECT_EQ(pairs.Set("b", "1") + pairs.Set("b", "2") + pairs.Set("d", ""), 0);
-    EXPECT_EQ(pairs.Set("", "1") + pairs.Set(nullptr, "1") + pairs.Set("b", nullptr), -3);
+    const struct {
+        const char *key, *value;
+        int result;
+    } sets[] = {{"b", "1", 0}, {"b", "2", 0},      {"d", "", 0},
+                {"", "1", -1}, {nullptr, "1", -1}, {"b", nullptr, -1}};
+    for (const auto& set : sets) EXPECT_EQ(pairs.Set(set.key, set.value), set.result);
     EXPECT_EQ(pairs.GetNext(key, value), -1);
     pairs.SeekSet();
     EXPECT_EQ(pairs.Get("c", value), "");

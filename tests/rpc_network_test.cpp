@@ -25,7 +25,8 @@ int32_t Add(_grpc_t* ctx) {
     const int sum = param->child->valueint + param->child->next->valueint + ctx->c_account.level;
     cJSON_AddNumberToObject(ctx->json, "sum", sum);
     const grpcConnInfo_t peer = grpc_get_connection_info(ctx);
-    EXPECT_EQ(string(peer.addr) + peer.proto, "127.0.0.1TCP");
+    EXPECT_STREQ(peer.addr, "127.0.0.1");
+    EXPECT_STREQ(peer.proto, "TCP");
     EXPECT_EQ(HCTCPGrpcServer::GetUserparam(ctx), &g_tail);
     return 0;
 }

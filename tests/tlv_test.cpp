@@ -1,9 +1,14 @@
 #include <gtest/gtest.h>
 #include <hybase/hcutil/HCTLV.h>
+#include <limits.h>
 #include <string.h>
 #include <time.h>
 
+#include <algorithm>
+#include <functional>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -86,44 +91,143 @@ TEST(Tlv, EveryKindSurvivesTheMessage) {
     EXPECT_TRUE(tlv.GetRectValue(10, &rect) == 0 && rect.y == -1 && rect.h == 240);
 }
 
-TEST(Tlv, ValueIsReadAsItsKindAndLengthOnly) {
+TEST(Tlv, MessagesOfSeveralThreadsAreIndependent) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([] {
+            HCTLV tlv("");
+            for (int turn = 0; turn < 50; ++turn) EXPECT_EQ(Parse(&tlv, Sample()), 0);
+            EXPECT_EQ(Copied(&tlv), Sample());
+        });
+    }
+    for (auto& thread : threads) thread.join();
+}
+
+// Calls a getter of the codec, with null for what it gives if `null`; what fails must not write.
+using Getter = std::function<int(utltlv_t tlv, int type, bool null)>;
+constexpr int kWroteAndFailed = -100;
+
+template <class Value>
+Getter Get(int (*get)(utltlv_t, int, Value*)) {
+    return [get](utltlv_t tlv, int type, bool null) {
+        Value value, untouched;
+        memset(&untouched, 0xA5, sizeof untouched);
+        memcpy(&value, &untouched, sizeof value);
+        const int result = get(tlv, type, null ? nullptr : &value);
+        const bool wrote = memcmp(&value, &untouched, sizeof value) != 0;
+        return wrote == (result == 0) ? result : kWroteAndFailed;
+    };
+}
+
+template <class Value>
+Getter Get(int (*get)(utltlv_t, int, Value**, int*)) {
+    return [get](utltlv_t tlv, int type, bool null) {
+        Value* values = nullptr;
+        int count = -7;
+        if (null && get(tlv, type, &values, nullptr) != UTLTLV_ERR_NULL) return 0;
+        const int result = get(tlv, type, null ? nullptr : &values, &count);
+        const bool wrote = values != nullptr || count != -7;
+        return wrote == (result == 0) ? result : kWroteAndFailed;
+    };
+}
+
+TEST(Tlv, ValueIsReadAsItsKindOnly) {
+    const Getter get_bytes = [](utltlv_t tlv, int type, bool null) {
+        unsigned char buf[8];
+        int room = sizeof buf;
+        if (null && utltlv_get_bytes(tlv, type, buf, nullptr) != UTLTLV_ERR_NULL) return 0;
+        return utltlv_get_bytes(tlv, type, null ? nullptr : buf, &room);
+    };
+    const std::pair<int, Getter> cases[] = {
+        {UTLTLV_UINT8, Get(utltlv_get_uint8)},
+        {UTLTLV_UINT16, Get(utltlv_get_uint16)},
+        {UTLTLV_UINT32, Get(utltlv_get_uint32)},
+        {UTLTLV_UINT64, Get(utltlv_get_uint64)},
+        {UTLTLV_FLOAT, Get(utltlv_get_float)},
+        {UTLTLV_DOUBLE, Get(utltlv_get_double)},
+        {UTLTLV_BYTES, get_bytes},
+        {UTLTLV_BYTES, Get(utltlv_get_bytes_ptr)},
+        {UTLTLV_SIZE, Get(utltlv_get_size)},
+        {UTLTLV_RECT, Get(utltlv_get_rect)},
+        {UTLTLV_RULE_AREAS, Get(utltlv_get_rule_areas)},
+        {UTLTLV_OBJ_AREAS, Get(utltlv_get_obj_areas)},
+    };
     HCTLV tlv("");
     Parse(&tlv, Sample());
-    unsigned int u32;
-    EXPECT_EQ(tlv.GetUInt32Value(UTLTLV_FLOAT, u32), UTLTLV_ERR_KIND);
-    EXPECT_EQ(tlv.GetUInt32Value(-1, u32), UTLTLV_ERR_ABSENT);
+    for (const auto& [wanted, get] : cases) {
+        EXPECT_EQ(get(nullptr, wanted, false), UTLTLV_ERR_NULL) << wanted;
+        EXPECT_EQ(get(tlv.GetCHdl(), wanted, true), UTLTLV_ERR_NULL) << wanted;
+        EXPECT_EQ(get(tlv.GetCHdl(), -1, false), UTLTLV_ERR_ABSENT) << wanted;
+        for (int type = 1; type <= UTLTLV_OBJ_AREAS; ++type) {
+            const bool is_read =
+                type == wanted || (type == UTLTLV_STRING && wanted == UTLTLV_BYTES);
+            EXPECT_EQ(get(tlv.GetCHdl(), type, false), is_read ? 0 : UTLTLV_ERR_KIND)
+                << type << " as " << wanted;
+        }
+    }
+    const int absent = -1;
+    int type, kind;
+    EXPECT_EQ(utltlv_get_next(nullptr, nullptr, &type, &kind), UTLTLV_ERR_NULL);
+    EXPECT_EQ(utltlv_get_next(tlv.GetCHdl(), nullptr, nullptr, &kind), UTLTLV_ERR_NULL);
+    EXPECT_EQ(utltlv_get_next(tlv.GetCHdl(), nullptr, &type, nullptr), UTLTLV_ERR_NULL);
+    EXPECT_EQ(utltlv_get_next(tlv.GetCHdl(), &absent, &type, &kind), UTLTLV_ERR_ABSENT);
+}
+
+TEST(Tlv, BytesAreReadAtTheirLengthOnly) {
+    HCTLV tlv("");
+    Parse(&tlv, Sample());
     unsigned char buf[] = "keep it";
-    int room = 5;
-    EXPECT_EQ(tlv.GetBytesValue(UTLTLV_BYTES, buf, &room), UTLTLV_ERR_LENGTH);
+    for (const int small : {5, 0, -1}) {
+        int room = small;
+        EXPECT_EQ(tlv.GetBytesValue(UTLTLV_BYTES, buf, &room), UTLTLV_ERR_LENGTH);
+        EXPECT_EQ(room, small);
+    }
     for (int length : {4, 7}) EXPECT_EQ(tlv.GetBytesValue(UTLTLV_BYTES, buf, length), -1);
     EXPECT_EQ(memcmp(buf, "keep it", 8), 0);
     EXPECT_EQ(tlv.GetBytesValue(UTLTLV_BYTES, buf, 6), 0);
+    int room = 6;
+    EXPECT_EQ(tlv.GetBytesValue(UTLTLV_BYTES, buf, &room), 0);
     EXPECT_TRUE(tlv.GetBytesValue(UTLTLV_STRING, buf, &room) == 0 && room == 3);
     EXPECT_EQ(memcmp(buf, "up\0\0byt", 8), 0);
 
     std::string text;
     EXPECT_TRUE(tlv.GetStringValue(UTLTLV_STRING, text) == 0 && text == "up");
     tlv.AddBytesValue(1, nullptr, 0);
-    EXPECT_EQ(tlv.GetStringValue(1, text) + tlv.GetBytesValue(1, buf, 0), -2);
+    EXPECT_EQ(tlv.GetStringValue(1, text), -1);
+    EXPECT_EQ(tlv.GetBytesValue(1, buf, 0), -1);
+    unsigned char* data = nullptr;
+    EXPECT_EQ(tlv.GetBytesValuePtr(1, &data, room), 0);
+    EXPECT_TRUE(data != nullptr && room == 0);
     tlv.AddBytesValue(1, buf + 4, 2);  // the text ends with the value, terminator or not
     EXPECT_TRUE(tlv.GetStringValue(1, text) == 0 && text == "by");
 }
 
 TEST(Tlv, WhatCannotTravelIsRefused) {
     HCTLV tlv("");
-    Bytes big(UTLTLV_MAX_VALUE + 1, 'x');
-    EXPECT_EQ(tlv.AddBytesValue(1, big.data(), -1), UTLTLV_ERR_LENGTH);
-    EXPECT_EQ(tlv.AddBytesValue(1, big.data(), UTLTLV_MAX_VALUE + 1), UTLTLV_ERR_LENGTH);
+    Parse(&tlv, Sample());
+    const std::string text(UTLTLV_MAX_VALUE, 'x');  // with its terminator a byte too long
+    const auto* big = reinterpret_cast<const unsigned char*>(text.c_str());
     TLVRuleArea_t areas[2] = {};
-    for (int count : {-1, 10, 11}) {
+    for (int count : {-1, 11, INT_MIN, INT_MAX}) {
         areas[1].point_count = count;
-        EXPECT_EQ(tlv.AddRuleAreasValue(1, areas, 2), count == 10 ? 0 : UTLTLV_ERR_LENGTH);
+        EXPECT_EQ(tlv.AddRuleAreasValue(1, areas, 2), UTLTLV_ERR_LENGTH);
     }
+    EXPECT_EQ(tlv.AddBytesValue(1, big, -1), UTLTLV_ERR_LENGTH);
+    EXPECT_EQ(tlv.AddBytesValue(1, big, UTLTLV_MAX_VALUE + 1), UTLTLV_ERR_LENGTH);
+    EXPECT_EQ(tlv.AddStringValue(1, text), UTLTLV_ERR_LENGTH);
     EXPECT_EQ(tlv.AddStringValue(1, static_cast<const char*>(nullptr)), UTLTLV_ERR_NULL);
     EXPECT_EQ(tlv.AddBytesValue(1, nullptr, 1), UTLTLV_ERR_NULL);
+    EXPECT_EQ(tlv.AddSizeValue(1, nullptr), UTLTLV_ERR_NULL);
+    EXPECT_EQ(tlv.AddRectValue(1, nullptr), UTLTLV_ERR_NULL);
     EXPECT_EQ(tlv.AddRuleAreasValue(1, nullptr, 1), UTLTLV_ERR_NULL);
-    EXPECT_EQ(tlv.AddBytesValue(1, big.data(), UTLTLV_MAX_VALUE), 0);
-    Bytes message = Encoded(tlv);
+    EXPECT_EQ(tlv.AddObjAreasValue(1, nullptr, 1), UTLTLV_ERR_NULL);
+    EXPECT_EQ(Encoded(tlv), Sample());
+
+    HCTLV longest("");
+    EXPECT_EQ(longest.AddStringValue(1, text.c_str() + 1), 0);
+    EXPECT_EQ(longest.GetTLVBytes(), 16777230);
+    EXPECT_EQ(longest.AddBytesValue(1, big, UTLTLV_MAX_VALUE), 0);
+    Bytes message = Encoded(longest);
     EXPECT_EQ(Parse(&tlv, message), 0);
     message.push_back('x');
     message[4] = 10;  // bytes that follow, in their last digit
@@ -133,11 +237,72 @@ TEST(Tlv, WhatCannotTravelIsRefused) {
 
 TEST(Tlv, FailedParseLeavesNoHandle) {
     HCTLV tlv("x");
-    EXPECT_EQ(tlv.ParseToTLV(Sample().data(), -1) + tlv.ParseToTLV(nullptr, 1), -2);
+    for (int length : {0, -1, INT_MIN}) EXPECT_EQ(tlv.ParseToTLV(Sample().data(), length), -1);
+    EXPECT_EQ(tlv.ParseToTLV(nullptr, 1), -1);
     EXPECT_TRUE(tlv.GetCHdl() == nullptr && tlv.GetHeadType() == nullptr);
     EXPECT_TRUE(tlv.GetTLVBuffer() == nullptr && tlv.GetTLVBytes() == 0);
-    EXPECT_EQ(tlv.AddUInt8Value(1, 1) + tlv.DelType(1), -2);
+    TLVSize_t size{};
+    TLVRect_t rect{};
+    TLVRuleArea_t rule{};
+    TLVObjArea_t object{};
+    unsigned char byte = 1;
+    for (int result :
+         {tlv.AddUInt8Value(1, 1), tlv.AddUInt16Value(1, 1), tlv.AddUInt32Value(1, 1),
+          tlv.AddUInt64Value(1, 1), tlv.AddFloatValue(1, 1), tlv.AddDoubleValue(1, 1),
+          tlv.AddStringValue(1, "s"), tlv.AddBytesValue(1, &byte, 1), tlv.AddSizeValue(1, &size),
+          tlv.AddRectValue(1, &rect), tlv.AddRuleAreasValue(1, &rule, 1),
+          tlv.AddObjAreasValue(1, &object, 1), tlv.DelType(1), utltlv_destroy(nullptr)})
+        EXPECT_EQ(result, UTLTLV_ERR_NULL);
     EXPECT_EQ(Parse(&tlv, Sample()), 0);
+}
+
+// Whether a message of one value, of type 1, is accepted.
+bool IsAccepted(int kind, const Bytes& value) {
+    const auto byte = [](size_t number) { return static_cast<unsigned char>(number); };
+    const size_t length = value.size(), count = 9 + length;
+    Bytes message = {0, 0, 0, byte(count >> 8), byte(count)};
+    message.insert(message.end(), {0, 0, 0, 1, byte(kind), 0, 0, byte(length >> 8), byte(length)});
+    message.insert(message.end(), value.begin(), value.end());
+    HCTLV tlv("");
+    return Parse(&tlv, message) == 0;
+}
+
+TEST(Tlv, ValuesThatNoPutCouldWriteAreRefused) {
+    for (int kind = 0; kind <= UCHAR_MAX; ++kind) {
+        const bool has_zero_bytes =
+            kind == UTLTLV_UINT8 || kind == UTLTLV_STRING || kind == UTLTLV_BYTES;
+        EXPECT_EQ(IsAccepted(kind, Bytes(1)), has_zero_bytes) << kind;
+    }
+    const Bytes sample = Sample();
+    size_t at = 8;
+    for (int kind = 1; kind <= UTLTLV_OBJ_AREAS; ++kind) {
+        const size_t length = sample[at + 8];
+        Bytes value(&sample[at + 9], &sample[at + 9] + length);
+        EXPECT_TRUE(IsAccepted(kind, value)) << kind;
+        value.push_back('x');
+        EXPECT_EQ(IsAccepted(kind, value), kind == UTLTLV_BYTES) << kind;
+        value.resize(length - 1);
+        EXPECT_EQ(IsAccepted(kind, value), kind == UTLTLV_BYTES) << kind;
+        at += 9 + length;
+    }
+    EXPECT_FALSE(IsAccepted(UTLTLV_STRING, {}));
+    EXPECT_FALSE(IsAccepted(UTLTLV_STRING, {'a', 0, 'b', 0}));
+    for (const auto& [kind, bytes] : {std::pair(UTLTLV_RULE_AREAS, 88), {UTLTLV_OBJ_AREAS, 28}}) {
+        EXPECT_TRUE(IsAccepted(kind, {}));
+        EXPECT_TRUE(IsAccepted(kind, Bytes(255 * bytes)));
+        EXPECT_FALSE(IsAccepted(kind, Bytes(256 * bytes)));
+    }
+    for (const auto& [high, low] : {std::pair(0, 10), {0, 11}, {0, 255}, {255, 255}}) {
+        Bytes areas(2 * 88);
+        std::fill(&areas[88 + 4], &areas[88 + 7], high);
+        areas[88 + 7] = static_cast<unsigned char>(low);
+        EXPECT_EQ(IsAccepted(UTLTLV_RULE_AREAS, areas), low == 10) << high << ' ' << low;
+    }
+    HCTLV tlv("");
+    EXPECT_EQ(Parse(&tlv, Bytes(5, 'x')), -1);  // a head type without its end
+    Bytes longer = sample;
+    longer.push_back(0);
+    EXPECT_EQ(Parse(&tlv, longer), -1);
 }
 
 TEST(Tlv, EntriesThatNoPutCouldWriteAreRefused) {
@@ -145,10 +310,7 @@ TEST(Tlv, EntriesThatNoPutCouldWriteAreRefused) {
         std::string type_kind_length;
         Bytes value;
     } cases[] = {{{1, UTLTLV_BYTES, 0, 0, 0, 1}, Bytes(1)},  // there is a value of that type
-                 {{2, UTLTLV_BYTES, '\xFF', '\xFF', '\xFF', '\xF7'}, Bytes(1)},  // 0 in 32 bits
-                 {{2, UTLTLV_STRING, 0, 0, 0, 2}, Bytes(2)},
-                 {{2, UTLTLV_RULE_AREAS, 0, 0, 0, 87}, Bytes(87)},
-                 {{2, UTLTLV_OBJ_AREAS, 0, 0, 28, 0}, Bytes(256 * 28)}};
+                 {{2, UTLTLV_BYTES, '\xFF', '\xFF', '\xFF', '\xF7'}, Bytes(1)}};  // 0 in 32 bits
     for (const auto& c : cases) {
         HCTLV tlv("");
         tlv.AddUInt8Value(1, 1);
@@ -204,6 +366,30 @@ TEST(Tlv, ReplacedAndRemovedValuesLeaveNoTrace) {
     for (int type = 1; type < 100; type += 4) expected.AddStringValue(type, "s");
     EXPECT_EQ(Encoded(tlv), Encoded(expected));
     EXPECT_EQ(Copied(&tlv), Encoded(expected));
+}
+
+TEST(Tlv, AreasAreThoseOfTheLastPut) {
+    HCTLV tlv("");
+    TLVRuleArea_t rule{}, *rules = nullptr;
+    TLVObjArea_t object{}, *objects = nullptr;
+    std::fill(std::begin(rule.points), std::end(rule.points), TLVPoint_t{5, 6});
+    int count;
+    for (int points : {0, 1, 10, 0}) {
+        rule.point_count = object.confidence = points;
+        EXPECT_EQ(tlv.AddRuleAreasValue(1, &rule, 1), 0);
+        EXPECT_EQ(tlv.AddObjAreasValue(2, &object, 1), 0);
+        ASSERT_TRUE(tlv.GetRuleAreasValue(1, &rules, &count) == 0 && count == 1);
+        ASSERT_TRUE(tlv.GetObjAreasValue(2, &objects, &count) == 0 && count == 1);
+        EXPECT_EQ(rules->point_count, points);
+        EXPECT_EQ(objects->confidence, points);
+        for (int i = 0; i < 10; ++i) EXPECT_EQ(rules->points[i].y, i < points ? 6 : 0);
+    }
+    rules = nullptr;
+    objects = nullptr;
+    EXPECT_EQ(tlv.AddRuleAreasValue(1, nullptr, 0), 0);
+    EXPECT_EQ(tlv.AddObjAreasValue(2, nullptr, 0), 0);
+    EXPECT_TRUE(tlv.GetRuleAreasValue(1, &rules, &count) == 0 && count == 0 && rules != nullptr);
+    EXPECT_TRUE(tlv.GetObjAreasValue(2, &objects, &count) == 0 && count == 0 && objects != nullptr);
 }
 
 TEST(Tlv, PointersLiveUntilTheNextChangeAndMayBePartOfIt) {

@@ -72,7 +72,8 @@ TEST(Vector, RefusesIndexesOutOfRangeAndNull) {
                        HVector_Find(nullptr, &item), HVector_Append(vector, nullptr)})
         EXPECT_EQ(result, -6);
     EXPECT_EQ(HVector_At(nullptr, 0), HVector_Dup(nullptr, nullptr));
-    EXPECT_EQ(HVector_Cnt(nullptr) + HVector_GetItemSize(nullptr), 0u);
+    EXPECT_EQ(HVector_Cnt(nullptr), 0u);
+    EXPECT_EQ(HVector_GetItemSize(nullptr), 0u);
 }
 
 TEST(Vector, DoublesAlsoForItsOwnItemsAndStaysWholeWhenItCannot) {

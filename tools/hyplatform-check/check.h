@@ -14,12 +14,11 @@
 #include "functions.h"
 
 #define HYPLATFORM_DECLARE(name) void check_##name();
-HYPLATFORM_FUNCTIONS(HYPLATFORM_DECLARE)
+HYPLATFORM_WRITTEN(HYPLATFORM_DECLARE)
 #undef HYPLATFORM_DECLARE
 
 struct Settings {
     double stress_seconds = 1;  // of each check that stirs up threads
-    bool slow = false;          // also what takes a minute on a small device
 };
 extern Settings settings;
 

@@ -246,6 +246,8 @@ void ManyInTurn(const char* what, StartOne start_one) {
 }
 
 void CheckCreate(Create create, bool joined) {
+    Doing("a null entry");
+    Expect(create("x", nullptr, nullptr) == nullptr, "a null entry gave a thread");
     HasItsName(create, joined);
     HasTheMaskOfItsCreator(create, joined);
     HasABoundedStack(create, joined);

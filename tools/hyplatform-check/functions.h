@@ -1,10 +1,11 @@
 // Every function of the platform layer, once: the symbols that are looked up, the checks and --list
-// are made from this list.
+// are made from these lists.
 #ifndef HYPLATFORM_CHECK_FUNCTIONS_H
 #define HYPLATFORM_CHECK_FUNCTIONS_H
 
 // clang-format off
-#define HYPLATFORM_FUNCTIONS(X) \
+// A port writes these: each has a check.
+#define HYPLATFORM_WRITTEN(X) \
     X(arch_mutex_create) \
     X(arch_mutex_lock) \
     X(arch_mutex_unlock) \
@@ -18,7 +19,10 @@
     X(arch_getSystemStartupMs) \
     X(arch_localtime_r) \
     X(arch_gmtime_r) \
-    X(arch_rand_bytes) \
+    X(arch_rand_bytes)
+
+// A port links these as they are, from platform/common/: they must be there.
+#define HYPLATFORM_COMMON(X) \
     X(utl_md5_init) \
     X(utl_md5_update) \
     X(utl_md5_final) \

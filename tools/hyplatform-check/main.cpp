@@ -1,4 +1,4 @@
-// hyplatform-check: tells whether a platform library keeps what its headers promise.
+// hyplatform-check: tells whether a platform library keeps what arch.h promises and is complete.
 
 #include <stdio.h>
 #include <unistd.h>

@@ -14,15 +14,17 @@ namespace {
 constexpr char kUsage[] =
     "usage: hyplatform-check [OPTION]... [LIBRARY]\n"
     "\n"
-    "Checks whether LIBRARY keeps what the headers of the platform layer promise, one line a\n"
-    "function. Without LIBRARY: libhyplatform.so.1, wherever the loader finds it.\n"
+    "Checks whether LIBRARY keeps what arch.h promises, and has the functions of MD5 and of the "
+    "TLV\n"
+    "codec, one line a function. Without LIBRARY: libhyplatform.so.1, wherever the loader finds "
+    "it.\n"
     "\n"
     "  -l, --list         print the names of the functions and end\n"
     "  -o, --only NAME    check this function only; may be given several times\n"
     "  -j, --json         print one JSON object instead of lines\n"
     "  -s, --seconds N    stir up threads for so long in each check that does, default 1\n"
     "  -t, --timeout N    end a check that takes longer, default 4 seconds more than --seconds\n"
-    "      --slow         also check what takes a minute on a small device\n"
+    "      --slow         the device is slow: the default of --timeout is 120 seconds more\n"
     "  -h, --help         this page\n"
     "  -V, --version      the version\n"
     "\n"
@@ -105,7 +107,7 @@ ParseResult ParseOptions(int argc, char** argv, Options& options) {
                     return Refuse("--timeout takes a number above 0");
                 break;
             case kSlow:
-                settings.slow = true;
+                options.slow = true;
                 break;
             case 'h':
                 return Answer(kUsage);
@@ -120,7 +122,7 @@ ParseResult ParseOptions(int argc, char** argv, Options& options) {
     if (options.functions.empty()) options.functions = Functions();
     if (options.limit_seconds == 0) {
         options.limit_seconds = settings.stress_seconds + kBeyondStressSeconds;
-        if (settings.slow) options.limit_seconds += kSlowSeconds;
+        if (options.slow) options.limit_seconds += kSlowSeconds;
     }
     return ParseResult::kRun;
 }

@@ -12,6 +12,7 @@ struct Options {
     double limit_seconds = 0;         // of one function
     bool json = false;
     bool list = false;
+    bool slow = false;  // the device: more time for each function
 };
 
 enum class ParseResult { kRun, kDone, kBadUsage };

@@ -13,11 +13,11 @@ namespace {
 void* g_library;
 
 #define HYPLATFORM_NAME(name) #name,
-const char* const kNames[] = {HYPLATFORM_FUNCTIONS(HYPLATFORM_NAME)};
+const char* const kNames[] = {HYPLATFORM_WRITTEN(HYPLATFORM_NAME)};
 #undef HYPLATFORM_NAME
 
 #define HYPLATFORM_INDEX(name) kIndexOf_##name,
-enum Index { HYPLATFORM_FUNCTIONS(HYPLATFORM_INDEX) };
+enum Index { HYPLATFORM_WRITTEN(HYPLATFORM_INDEX) };
 #undef HYPLATFORM_INDEX
 
 // Stands in for a missing function.
@@ -44,7 +44,7 @@ std::string Load(const std::string& library) {
     g_library = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (g_library == nullptr) return dlerror();
 #define HYPLATFORM_FIND(name) Find<kIndexOf_##name>(&lib.name);
-    HYPLATFORM_FUNCTIONS(HYPLATFORM_FIND)
+    HYPLATFORM_WRITTEN(HYPLATFORM_FIND)
 #undef HYPLATFORM_FIND
     return {};
 }

@@ -3,18 +3,16 @@
 #define HYPLATFORM_CHECK_PLATFORM_H
 
 #include <hyplatform/arch.h>
-#include <hyplatform/utl_md5.h>
-#include <hyplatform/utltlv.h>
 
 #include <string>
 
 #include "functions.h"
 
-// One pointer for every function, under the function's own name: lib.arch_time().
+// A pointer for each function that has a check, under the function's own name: lib.arch_time().
 struct Platform {
 // NOLINTNEXTLINE(bugprone-macro-parentheses): a name in parentheses declares nothing
 #define HYPLATFORM_MEMBER(name) decltype(&::name) name;
-    HYPLATFORM_FUNCTIONS(HYPLATFORM_MEMBER)
+    HYPLATFORM_WRITTEN(HYPLATFORM_MEMBER)
 #undef HYPLATFORM_MEMBER
 };
 

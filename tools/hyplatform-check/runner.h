@@ -8,7 +8,7 @@
 
 struct Function {
     const char* name;
-    void (*check)();
+    void (*check)();  // null: it only has to be there
 };
 
 // All functions, in the order of the headers.
