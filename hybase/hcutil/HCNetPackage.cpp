@@ -36,7 +36,11 @@ constexpr char kAdmitted[] = "OK";
 constexpr int kAdmittedBytes = sizeof kAdmitted - 1;
 
 constexpr int kReceiveUs = 500000;
+constexpr int kNotLoggedIn = -21;
+constexpr int kLoginReplySendUs = 500000;
+constexpr int kFirstGrowthBytes = 64 * 1024;
 constexpr useconds_t kPauseStepUs = 100000;
+constexpr int kStepsPerSecond = 10;  // of kPauseStepUs
 constexpr int kLongestPauseMs = 10000;
 constexpr int kShortestPauseMs = 100;
 constexpr int64_t kQuickLossMs = 1000;  // a link that is lost sooner was no link
@@ -46,7 +50,26 @@ constexpr int kSilenceGraceSec = 2;  // a peer is silent that long after its kee
 constexpr int kLongestClockStepSec = 999;
 
 // Log records name the operation that users know, not a step of it.
+constexpr char kSendPkg[] = "SendPkg";
 constexpr char kOnThread[] = "OnThread";
+
+// Counts `bytes` as long as it lives.
+class Counted {
+  public:
+    Counted(std::atomic<int64_t>& sum, int64_t bytes) : sum_(sum), bytes_(bytes) { sum_ += bytes_; }
+    ~Counted() { sum_ -= bytes_; }
+    Counted(const Counted&) = delete;
+    Counted& operator=(const Counted&) = delete;
+
+  private:
+    std::atomic<int64_t>& sum_;
+    const int64_t bytes_;
+};
+
+void LogReplyFailure(const HCSocket& sock, int sent, int length) {
+    if (SocketInside::CutFlag(sock)) return;  // by the service, which stops
+    LOG_AS("ResponseLogin", HLOG_LEVEL_ERR, "failed to send login respose[%d][%d]\n", sent, length);
+}
 
 // Between three and five quarters, so that a fleet that lost its server does not come back at once.
 int WithJitter(int ms) {
@@ -258,6 +281,148 @@ bool HCNetPackage::LoseLink() {
     return lost;
 }
 
+// ---- Reading packets ----
+
+int HCNetPackage::__get_a_package(HCSocket* sock, unsigned int& flag, unsigned int& type, int& len,
+                                  bool& empty, char* buf, int maxlen) {
+    flag = type = 0;
+    len = 0;
+    empty = false;
+    if (sock == nullptr || buf == nullptr) return -1;
+    if (maxlen < kPacketHeaderBytes) HLOG_INFO("not enough buffer to receive data.\n");
+
+    int room = std::min(maxlen, kPacketHeaderBytes);
+    int got = RecvHeader(*sock, buf, room, kLoginReadUs, __func__, flag, type, len);
+    if (got < 1) return got;
+    empty = len == 0;
+    if (empty) return 0;
+    if (len > maxlen) {
+        HLOG_INFO("not enough buffer to receive data.: datalen: %d, maxlen: %d\n", len, maxlen);
+        len = maxlen;
+    }
+    return sock->RecvAll(buf, len, kLoginReadUs);
+}
+
+int HCNetPackage::_getPackage(unsigned int& flag, unsigned int& type, int& len, bool& empty,
+                              int usec) {
+    flag = type = 0;
+    len = 0;
+    empty = false;
+    if (m_pSocket == nullptr || m_pState == nullptr) return -1;
+    int capacity = std::max(m_nRecvBufSize, kPacketHeaderBytes);
+    if ((m_pRecvBuf == nullptr || capacity > m_nRecvBufSize) && !AllocRecvBuf(capacity)) return -1;
+
+    TransferWatch watch = TransferWatch::Receiving(m_pState->limits);
+    const bool in_time =
+        SocketInside::IsOurs(*m_pSocket) && TransferWatch::ForReceiving(m_pState->limits);
+    int got = in_time ? RecvHeaderInTime(usec, watch, flag, type, len)
+                      : RecvHeader(*m_pSocket, m_pRecvBuf, kPacketHeaderBytes, usec, __func__, flag,
+                                   type, len);
+    if (got < 1) return got;
+    empty = len == 0;
+    if (empty) return 0;
+    const int longest = m_pState->limits.max_packet_bytes;
+    if (longest > 0 && len > longest) {
+        HLOG_ERR("receive data err.len=[%d]\n", len);
+        return -1;
+    }
+    got = RecvPayload(len, usec, in_time ? &watch : nullptr);
+    if (got > 0) m_pRecvBuf[got] = '\0';
+    return got;
+}
+
+// The transfer begins with the first byte of the header; until then the peer owes nothing.
+int HCNetPackage::RecvHeaderInTime(int usec, TransferWatch& watch, unsigned int& flag,
+                                   unsigned int& type, int& len) {
+    const int first = m_pSocket->Recv(m_pRecvBuf, kPacketHeaderBytes, usec);
+    if (first < 1) return first;
+    watch = TransferWatch::Receiving(m_pState->limits);
+    const int rest = kPacketHeaderBytes - first;
+    if (rest > 0 && RecvInTime(*m_pSocket, m_pRecvBuf + first, rest, watch) < 0) return -1;
+    return CheckHeader(m_pRecvBuf, "_getPackage", flag, type, len) ? kPacketHeaderBytes : -1;
+}
+
+// The buffer grows with what has come, not with what the header announces: that costs a peer
+// nothing. A socket class of the application's is asked for the whole payload at once.
+int HCNetPackage::RecvPayload(int len, int usec, TransferWatch* watch) {
+    if (!SocketInside::IsOurs(*m_pSocket)) {
+        if (len > m_nRecvBufSize && !AllocRecvBuf(len)) return -1;
+        return m_bRun ? m_pSocket->RecvAll(m_pRecvBuf, len, usec) : -1;
+    }
+    for (int got = 0;;) {
+        const int part = std::min(len, m_nRecvBufSize) - got;
+        const int result = watch != nullptr ? RecvInTime(*m_pSocket, m_pRecvBuf + got, part, *watch)
+                                            : m_pSocket->RecvAll(m_pRecvBuf + got, part, usec);
+        if (result < 1) return result;
+        got += part;
+        if (got == len) return len;
+        if (!GrowRecvBuf(got, len)) return -1;
+    }
+}
+
+// Doubles the receive buffer, up to `most`, and keeps its first `kept` bytes.
+bool HCNetPackage::GrowRecvBuf(int kept, int most) {
+    const int64_t doubled = std::max<int64_t>(int64_t{m_nRecvBufSize} * 2, kFirstGrowthBytes);
+    if (ResizeRecvBuf(static_cast<int>(std::min<int64_t>(doubled, most)), kept)) return true;
+    LogNoMemory(most);
+    return false;
+}
+
+bool HCNetPackage::ResizeRecvBuf(int size, int kept) {
+    char* resized = ResizeReceiveBuffer(m_pRecvBuf, m_nRecvBufSize, size, kept);
+    if (resized == nullptr) return false;
+    m_pRecvBuf = resized;
+    m_nRecvBufSize = size;
+    return true;
+}
+
+// Makes the receive buffer anew; its contents are lost. One spare byte behind the capacity is for
+// the zero behind a payload.
+bool HCNetPackage::AllocRecvBuf(int size) {
+    DeleteReceiveBuffer(m_pRecvBuf, m_nRecvBufSize);
+    m_nRecvBufSize = size;
+    m_pRecvBuf = NewReceiveBuffer(size);
+    if (m_pRecvBuf != nullptr) return true;
+    LogNoMemory(size);
+    m_nRecvBufSize = m_nRecvBufDefSize;  // what the next read asks for
+    return false;
+}
+
+// Gives back what a large packet needed. Without memory for the small buffer the large one stays.
+void HCNetPackage::ShrinkRecvBuf() {
+    const int size = std::max(m_nRecvBufDefSize, kPacketHeaderBytes);
+    if (m_nRecvBufSize > size) ResizeRecvBuf(size, 0);
+}
+
+void HCNetPackage::LogNoMemory(int bytes) const {
+    LOG_AS("AllocRecvBuf", HLOG_LEVEL_ERR, "no memory for a packet of %d bytes from [%.64s][%d]\n",
+           bytes, m_szIp, m_nPort);
+}
+
+int HCNetPackage::_ProgressData(char* data, int len) {
+    if (data == nullptr) return -1;
+    if (len < kPacketFlagBytes || LoadBigEndian32(data) != kDataFlag)
+        HLOG_ERR("ERROR: Data wrong\n");
+    if (len < kPacketHeaderBytes) return -1;
+    const PacketHeader header = ReadPacketHeader(data);
+    int length = static_cast<int>(header.length);
+    if (length < 0 || len - kPacketHeaderBytes < length) return -1;
+    if (length == 0) return kPacketHeaderBytes;
+
+    int consumed = kPacketHeaderBytes + length;
+    char* behind = data + consumed;
+    if (consumed == len) {
+        PkgReceived(header.type, data + kPacketHeaderBytes, length);
+        return consumed;
+    }
+    // The hook may write a zero behind the payload, where the next packet begins.
+    char kept = *behind;
+    *behind = '\0';
+    PkgReceived(header.type, data + kPacketHeaderBytes, length);
+    *behind = kept;
+    return consumed;
+}
+
 // ---- Client: connect and log in ----
 
 bool HCNetPackage::_ConnectIfNeeded() {
@@ -346,6 +511,171 @@ void HCNetPackage::_ServerClientCheckingPasswd(const char* reply, int len) {
     HLOG_DEBUG("_ServerClientCheckingPasswd\n");
     if (m_bServer || reply == nullptr) return;
     ApplyLoginReply(reply, len);
+}
+
+// ---- Server: admit a client ----
+
+bool HCNetPackage::WaitingLogin(HCNetPackageService* svc, HCSocket* sock) {
+    if (svc == nullptr || sock == nullptr) return false;
+    char record[kLoginRequestRoom + 1] = {};  // a zero always follows what CheckPasswd sees
+    unsigned int flag = 0;
+    unsigned int type = 0;
+    int len = 0;
+    bool empty = false;
+    int got = __get_a_package(sock, flag, type, len, empty, record, kLoginRequestRoom);
+    if (flag != kLoginFlag || len <= 0 || got <= 0) return false;
+
+    record[got] = '\0';  // the header lay there before
+    return svc->AnswerLogin(*sock, record, got);
+}
+
+int HCNetPackage::ResponseLogin(HCSocket* sock, const char* msg, int len) {
+    if (sock == nullptr) return -1;
+    int sent = SendHeader(*sock, kLoginFlag, 0, len, kLoginReplySendUs);
+    if (sent != kPacketHeaderBytes) {
+        LogReplyFailure(*sock, sent, kPacketHeaderBytes);
+        return -1;
+    }
+    if (len <= 0) return 0;
+    sent = SendPart(*sock, msg, len, kLoginReplySendUs, false);
+    if (sent != len) {
+        LogReplyFailure(*sock, sent, len);
+        return -1;
+    }
+    return 0;
+}
+
+// ---- Sending ----
+
+int HCNetPackage::SendPkg(unsigned int type, const char* data, int len, int waitSec) {
+    return SendPkg(type, &data, &len, 1, waitSec);
+}
+
+int HCNetPackage::SendPkg(unsigned int type, const char** bufs, const int* lens, int count,
+                          int waitSec) {
+    const Pieces pieces = {bufs, lens, bufs != nullptr && lens != nullptr ? count : 0};
+    const int64_t total = pieces.Bytes();
+    if (total > INT_MAX) {
+        HLOG_ERR("ERROR: data too long: %lld\n", static_cast<long long>(total));
+        return -1;
+    }
+    if (m_pState == nullptr) return kNotLoggedIn;
+    const Counted waiting(m_pState->unsent, total);
+    if (TooMuchUnsent()) return EndForUnsent();
+    if (!LockWhenReady(waitSec)) return kNotLoggedIn;
+    if (Socket() == nullptr) {
+        HLOG_ERR("Not Connected now\n");
+        // The mutex stays locked on purpose: a connection without a socket never sends again.
+        return kNotLoggedIn;
+    }
+    const int sent = SendPieces(type, pieces, static_cast<int>(total));
+    FinishSend(sent);
+    return sent;
+}
+
+// Takes note of a send that has ended, and gives m_hSendMutex back. errno is still the send's.
+void HCNetPackage::FinishSend(int sent) {
+    if (sent < 0 && FailSend()) OnEvent(NPE_DISCONNECTED);
+    m_tLastSend = arch_time();
+    UnlockSending();
+}
+
+// Ends the link after a failed send; errno is the send's. True when the loss is to be reported: not
+// for a stop, nor when the connection thread has noticed it first.
+bool HCNetPackage::FailSend() {
+    if (!m_bRun) return false;
+    LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "SendPkg error: %d, %s\n", errno, strerror(errno));
+    AbortLink();
+    return LoseLink();
+}
+
+bool HCNetPackage::TooMuchUnsent() const {
+    const int limit = m_pState->limits.max_unsent_bytes;
+    return limit > 0 && m_nConnectState == NPS_READY && m_pState->unsent > limit;
+}
+
+// The cut makes a sender that holds the mutex fail, and that one reports the loss.
+int HCNetPackage::EndForUnsent() {
+    HLOG_ERR("more than %d bytes wait for [%.64s][%d]\n", m_pState->limits.max_unsent_bytes, m_szIp,
+             m_nPort);
+    AbortLink();
+    LockSending();
+    if (m_bRun) RaiseLost(NPE_DISCONNECTED);
+    UnlockSending();
+    return -1;
+}
+
+void HCNetPackage::LockSending() {
+    m_pState->senders++;
+    arch_mutex_lock(m_hSendMutex);
+}
+
+void HCNetPackage::UnlockSending() {
+    arch_mutex_unlock(m_hSendMutex);
+    m_pState->senders--;
+}
+
+// LockSending unless a sender is at work: never waits for one.
+bool HCNetPackage::TryLockSending() {
+    int none = 0;
+    if (!m_pState->senders.compare_exchange_strong(none, 1)) return false;
+    arch_mutex_lock(m_hSendMutex);
+    return true;
+}
+
+// Waits for a login under way. True with m_hSendMutex locked and the state NPS_READY, which only
+// the loss of the link ends while the mutex is held.
+bool HCNetPackage::LockWhenReady(int wait_sec) {
+    int steps = 0;
+    for (;;) {
+        int state = m_nConnectState;
+        if (state == NPS_READY) {
+            LockSending();
+            if (m_nConnectState == NPS_READY) return true;
+            // The link was lost while another thread was sending.
+            UnlockSending();
+            continue;
+        }
+        if (state != NPS_CONNECTING && state != NPS_CONNECTED) {
+            LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "Not Connect yet, ConnectState : [%d]\n", state);
+            return false;
+        }
+        if (wait_sec <= steps / kStepsPerSecond) {
+            LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "Not Connect yet, send data later please\n");
+            return false;
+        }
+        usleep(kPauseStepUs);
+        steps++;
+    }
+}
+
+// The result of the last send, or -1 with errno as the send left it. m_hSendMutex is held.
+int HCNetPackage::SendPieces(unsigned int type, const Pieces& pieces, int total) {
+    if (SocketInside::IsOurs(*m_pSocket) && TransferWatch::ForSending(m_pState->limits)) {
+        TransferWatch watch = TransferWatch::Sending(m_pState->limits, m_nSendTimeout);
+        PacketOut packet(type, pieces, total);
+        if (packet.PushInTime(*m_pSocket, watch) == PacketOut::Progress::kDone)
+            return packet.Result();
+        if (m_bRun) packet.LogFailure();
+        return -1;
+    }
+    int last = pieces.count - 1;
+    while (last >= 0 && pieces.lens[last] <= 0) last--;
+
+    int sent = SendHeader(*m_pSocket, kDataFlag, type, total, m_nSendTimeout);
+    if (sent != kPacketHeaderBytes) {
+        if (m_bRun) LogHeaderFailure(sent);
+        return -1;
+    }
+    for (int i = 0; i <= last; i++) {
+        const int length = pieces.lens[i];
+        if (length <= 0) continue;
+        sent = SendPart(*m_pSocket, pieces.bufs[i], length, m_nSendTimeout, i < last);
+        if (sent == length) continue;
+        if (m_bRun) LogPieceFailure(sent, length);
+        return -1;
+    }
+    return sent;
 }
 
 // ---- The connection thread ----

@@ -15,12 +15,6 @@
 namespace {
 
 constexpr char kGetPackage[] = "__get_a_package";
-constexpr int kLoginReplySendUs = 500000;
-
-void LogReplyFailure(const HCSocket& sock, int sent, int length) {
-    if (SocketInside::CutFlag(sock)) return;  // by the service, which stops
-    LOG_AS("ResponseLogin", HLOG_LEVEL_ERR, "failed to send login respose[%d][%d]\n", sent, length);
-}
 
 }  // namespace
 
@@ -127,36 +121,4 @@ std::unique_ptr<LoginQueue::Visitor> LoginQueue::Take(std::unique_ptr<Visitor>& 
     link = std::move(taken->next);
     count_--;
     return taken;
-}
-
-// ---- A login that is read in one go ----
-
-bool HCNetPackage::WaitingLogin(HCNetPackageService* svc, HCSocket* sock) {
-    if (svc == nullptr || sock == nullptr) return false;
-    char record[kLoginRequestRoom + 1] = {};  // a zero always follows what CheckPasswd sees
-    unsigned int flag = 0;
-    unsigned int type = 0;
-    int len = 0;
-    bool empty = false;
-    int got = __get_a_package(sock, flag, type, len, empty, record, kLoginRequestRoom);
-    if (flag != kLoginFlag || len <= 0 || got <= 0) return false;
-
-    record[got] = '\0';  // the header lay there before
-    return svc->AnswerLogin(*sock, record, got);
-}
-
-int HCNetPackage::ResponseLogin(HCSocket* sock, const char* msg, int len) {
-    if (sock == nullptr) return -1;
-    int sent = SendHeader(*sock, kLoginFlag, 0, len, kLoginReplySendUs);
-    if (sent != kPacketHeaderBytes) {
-        LogReplyFailure(*sock, sent, kPacketHeaderBytes);
-        return -1;
-    }
-    if (len <= 0) return 0;
-    sent = SendPart(*sock, msg, len, kLoginReplySendUs, false);
-    if (sent != len) {
-        LogReplyFailure(*sock, sent, len);
-        return -1;
-    }
-    return 0;
 }
