@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <memory>
 #include <new>
+#include <optional>
 #include <typeinfo>
 #include <utility>
 
@@ -64,9 +65,9 @@ bool IsIPv4(const char* text) {
 }  // namespace
 
 struct HCNetPackageService::State {
-    HCNetLimits limits;
-    bool has_limits = false;
-    HCSocket* login_socket = nullptr;  // of a login read in one go; guarded by m_hLoginMutex
+    std::optional<HCNetLimits> next_limits;  // from the next start on; guarded by m_hLoginMutex
+    std::optional<HCNetLimits> limits;       // changed while there is no accepting thread
+    HCSocket* login_socket = nullptr;        // of a login read in one go; guarded by m_hLoginMutex
 
     // Of the accepting thread.
     LoginQueue logins;
@@ -115,8 +116,14 @@ int HCNetPackageService::Start(int bufsize, const char* ip, unsigned short port)
     return -1;
 }
 
+HCNetLimits HCNetPackageService::TakeLimits() {
+    HCMutex lock(m_hLoginMutex);
+    m_pState->limits = m_pState->next_limits;
+    return m_pState->limits.value_or(HCNetLimits());
+}
+
 int HCNetPackageService::Listen(HCSocket& sock, const char* ip, unsigned short port) {
-    const HCNetLimits& limits = m_pState->limits;
+    const HCNetLimits limits = TakeLimits();
     m_pState->strangers.SetPerSecond(limits.stranger_records_per_sec);
     const int pending =
         limits.max_pending_logins > 0 ? limits.max_pending_logins : kDefaultPendingLogins;
@@ -141,8 +148,8 @@ void HCNetPackageService::SetSocket(HCSocket* sock) { m_pListenSocket = sock; }
 
 void HCNetPackageService::SetLimits(const HCNetLimits& limits) {
     if (m_pState == nullptr) return;
-    m_pState->limits = limits;
-    m_pState->has_limits = true;
+    HCMutex lock(m_hLoginMutex);
+    m_pState->next_limits = limits;
 }
 
 bool HCNetPackageService::CheckPasswd(const char*, int, HCSocket*, std::string&) { return true; }
@@ -331,7 +338,7 @@ bool HCNetPackageService::AnswerLogin(HCSocket& sock, const char* record, int by
 
 // Null when one more client may come.
 const char* HCNetPackageService::RefusalByLimits(const HCSocket& sock) {
-    const HCNetLimits& limits = m_pState->limits;
+    const HCNetLimits limits = m_pState->limits.value_or(HCNetLimits());
     if (limits.max_clients <= 0 && limits.max_clients_per_address <= 0) return nullptr;
     int clients = 0;
     int from_address = 0;
@@ -357,7 +364,7 @@ void HCNetPackageService::Admit(std::unique_ptr<HCSocket> sock) {
     HCNetPackage* connection = CreateServer();
     // A client that nobody serves: the socket goes, so that the peer sees a close, not silence.
     if (connection == nullptr) return;
-    if (m_pState->has_limits) connection->SetLimits(m_pState->limits);
+    if (m_pState->limits.has_value()) connection->SetLimits(*m_pState->limits);
     connection->AdoptClient(m_nBufSize, sock.release());
     // The thread starts last, so that a handler of the first request finds its own connection here.
     LockForChange();

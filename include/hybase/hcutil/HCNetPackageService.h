@@ -77,8 +77,8 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
     /// one held before is not freed. Call it before Start.
     void SetSocket(HCSocket* sock);
 
-    /// Limits what clients may cost. Call it before Start; clients that are there already keep what
-    /// they have.
+    /// Limits what clients may cost, from the next Start on; clients that are there already keep
+    /// what they have. Any thread.
     void SetLimits(const HCNetLimits& limits);
 
     /// Removes and disposes of the connections that are lost (HCNetPackage::IsNeedClear()), waiting
@@ -120,6 +120,7 @@ class HYBASE_API HCNetPackageService : public HCThread, public HCObjVector {
     friend class HCNetPackage;  // WaitingLogin answers what it has read
 
     // On the owner's thread.
+    HCNetLimits TakeLimits();
     int Listen(HCSocket& sock, const char* ip, unsigned short port);
     void StopAccepting();
     void CutLogins(bool cut);
