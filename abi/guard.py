@@ -70,6 +70,15 @@ class Interface:
                 self.symbols[element.get("elf-symbol-id")] = self.declaration(element)
         while self.waiting:
             self.add_type(self.waiting.pop())
+        self.check_described()
+
+    def check_described(self):
+        """abidw knows the functions of a class from one source file only: the others would go unguarded."""
+        unknown = [symbol for symbol, fact in self.symbols.items()
+                   if not fact and not re.match(r"_ZT|_ZGV", symbol) and not re.search(r"[CD][0-5]E", symbol)]
+        if unknown:
+            sys.exit(f"abi: abidw does not describe {unknown[0]} and {len(unknown) - 1} more: "
+                     "define all functions of a class in one source file")
 
     def public(self, symbols, root):
         """Leaves out private functions. All symbols of one name, as constructors have, go together."""
