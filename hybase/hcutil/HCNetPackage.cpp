@@ -7,7 +7,6 @@
 #include <limits.h>
 #include <stdint.h>
 #include <string.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -164,6 +163,13 @@ void HCNetPackage::AbortLink() {
 
 bool HCNetPackage::InUse() const {
     return m_bInThread || (m_pState != nullptr && m_pState->pins > 0);
+}
+
+// Whether what fails now fails because of StopThread, which is no failure to report. m_bRun alone
+// is not enough: a hook may clear it to end its own connection.
+bool HCNetPackage::IsStopping() const {
+    const HCSocket* sock = Socket();
+    return !m_bRun && sock != nullptr && SocketInside::CutFlag(*sock) != SocketInside::kNoCut;
 }
 
 HCSocket* HCNetPackage::Socket() const { return __atomic_load_n(&m_pSocket, __ATOMIC_ACQUIRE); }
@@ -431,7 +437,7 @@ bool HCNetPackage::_ConnectIfNeeded() {
     memcpy(host, m_szIp, sizeof m_szIp);
 
     if (!HoldSocket() || m_pSocket->Connect(host, m_nPort, m_nConnectTimeout) < 0) {
-        if (m_bRun) OnEvent(NPE_CONNECT_FAILED);
+        if (!IsStopping()) OnEvent(NPE_CONNECT_FAILED);
         m_nConnectState = NPS_DISCONNECTED;
         return false;
     }
@@ -456,9 +462,15 @@ bool HCNetPackage::HoldSocket() {
     }
     const std::lock_guard<std::mutex> descriptor(m_pState->descriptor);
     m_nConnectState = NPS_CONNECTING;
-    // A cut belongs to the link that was lost; that of a TellToStop stays.
-    if (Socket() != nullptr && m_bRun) SocketInside::EndCut(*m_pSocket);
-    return Socket() != nullptr;
+    if (Socket() == nullptr) return false;
+    // A cut belongs to the link that was lost; a stop, perhaps told before there was a socket,
+    // stays.
+    if (m_bRun) {
+        SocketInside::EndCut(*m_pSocket);
+    } else {
+        SocketInside::CutOff(*m_pSocket, SocketInside::kReceiving, false);
+    }
+    return true;
 }
 
 void HCNetPackage::_ClientLoginIfNeeded() {
@@ -475,7 +487,7 @@ void HCNetPackage::_ClientLoginIfNeeded() {
     int sent = SendHeader(*m_pSocket, kLoginFlag, 0, record_bytes, m_nSendTimeout);
     if (sent >= 0) sent = SendPart(*m_pSocket, buf.get(), record_bytes, m_nSendTimeout, false);
     if (sent < 0) {
-        if (m_bRun) HLOG_ERR("Send err [%d]\n", sent);
+        if (!IsStopping()) HLOG_ERR("Send err [%d]\n", sent);
         return;
     }
 
@@ -485,7 +497,7 @@ void HCNetPackage::_ClientLoginIfNeeded() {
     bool empty = false;
     int got = __get_a_package(m_pSocket, flag, type, len, empty, buf.get(), record_bytes + 1);
     if (flag != kLoginFlag || len <= 0 || got <= 0) {
-        if (m_bRun) HLOG_ERR("get_package err [%d]\n", got);
+        if (!IsStopping()) HLOG_ERR("get_package err [%d]\n", got);
         return;
     }
     ApplyLoginReply(buf.get(), got);
@@ -583,10 +595,11 @@ void HCNetPackage::FinishSend(int sent) {
 // Ends the link after a failed send; errno is the send's. True when the loss is to be reported: not
 // for a stop, nor when the connection thread has noticed it first.
 bool HCNetPackage::FailSend() {
-    if (!m_bRun) return false;
-    LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "SendPkg error: %d, %s\n", errno, strerror(errno));
+    const bool stopping = IsStopping();
+    if (!stopping)
+        LOG_AS(kSendPkg, HLOG_LEVEL_ERR, "SendPkg error: %d, %s\n", errno, strerror(errno));
     AbortLink();
-    return LoseLink();
+    return LoseLink() && !stopping;
 }
 
 bool HCNetPackage::TooMuchUnsent() const {
@@ -600,7 +613,7 @@ int HCNetPackage::EndForUnsent() {
              m_nPort);
     AbortLink();
     LockSending();
-    if (m_bRun) RaiseLost(NPE_DISCONNECTED);
+    if (!IsStopping()) RaiseLost(NPE_DISCONNECTED);
     UnlockSending();
     return -1;
 }
@@ -656,7 +669,7 @@ int HCNetPackage::SendPieces(unsigned int type, const Pieces& pieces, int total)
         PacketOut packet(type, pieces, total);
         if (packet.PushInTime(*m_pSocket, watch) == PacketOut::Progress::kDone)
             return packet.Result();
-        if (m_bRun) packet.LogFailure();
+        if (!IsStopping()) packet.LogFailure();
         return -1;
     }
     int last = pieces.count - 1;
@@ -664,7 +677,7 @@ int HCNetPackage::SendPieces(unsigned int type, const Pieces& pieces, int total)
 
     int sent = SendHeader(*m_pSocket, kDataFlag, type, total, m_nSendTimeout);
     if (sent != kPacketHeaderBytes) {
-        if (m_bRun) LogHeaderFailure(sent);
+        if (!IsStopping()) LogHeaderFailure(sent);
         return -1;
     }
     for (int i = 0; i <= last; i++) {
@@ -672,7 +685,7 @@ int HCNetPackage::SendPieces(unsigned int type, const Pieces& pieces, int total)
         if (length <= 0) continue;
         sent = SendPart(*m_pSocket, pieces.bufs[i], length, m_nSendTimeout, i < last);
         if (sent == length) continue;
-        if (m_bRun) LogPieceFailure(sent, length);
+        if (!IsStopping()) LogPieceFailure(sent, length);
         return -1;
     }
     return sent;
@@ -777,7 +790,7 @@ void HCNetPackage::ReceiveOne(SilenceWatch& watch) {
         watch.count = 0;
     } else if (got == 0) {
         TimerTick_Nodata(kReceiveUs);
-    } else if (m_bRun) {
+    } else if (!IsStopping()) {
         RaiseLost(NPE_DISCONNECTED);
     }
 }

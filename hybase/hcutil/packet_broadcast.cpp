@@ -116,7 +116,7 @@ void PacketBroadcast::Push(Entry& entry, int64_t waited_ms) {
 void PacketBroadcast::Fail(Entry& entry) {
     HCNetPackage& connection = *entry.connection;
     connection.m_pState->unsent -= entry.packet->Result();
-    if (connection.m_bRun) entry.packet->LogFailure();
+    if (!connection.IsStopping()) entry.packet->LogFailure();
     entry.result = -1;
     entry.stage = connection.FailSend() ? Stage::kFailed : Stage::kDone;
     connection.m_tLastSend = arch_time();

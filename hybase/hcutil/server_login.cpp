@@ -1,7 +1,5 @@
 #include "hybase/hcutil/server_login.h"
 
-#include <hybase/hcutil/HCNetPackageService.h>
-#include <hybase/hlog.h>
 #include <hyplatform/arch.h>
 #include <poll.h>
 

@@ -283,6 +283,7 @@ class HYBASE_API HCNetPackage : public HCThread, public HCObjOfVector {
     void CutLink(char what);  // SocketInside::Cut
     void AbortLink();
     bool InUse() const;
+    bool IsStopping() const;
     HCSocket* Socket() const;
 
     // Sending: any thread, without a lock. Some return with m_hSendMutex.
